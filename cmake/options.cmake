@@ -1,0 +1,20 @@
+# Compiler options that every target of the project shares.
+add_library(quil_options INTERFACE)
+target_include_directories(quil_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(quil_options INTERFACE -Wall -Wextra -Wshadow -Wconversion)
+if(QUIL_WERROR)
+    target_compile_options(quil_options INTERFACE -Werror)
+endif()
+if(QUIL_SANITIZE)
+    target_compile_options(quil_options INTERFACE -fsanitize=${QUIL_SANITIZE} -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(quil_options INTERFACE -fsanitize=${QUIL_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    target_compile_options(quil_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+    target_link_options(quil_options INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
+find_program(QUIL_CCACHE ccache)
+if(QUIL_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${QUIL_CCACHE})
+endif()

@@ -1,0 +1,84 @@
+// File and Folder Manager: volumes, the catalogue, file specifications, data forks, Finder information and locks.
+//
+// Paths are classic: volume, folders and file separated by ':', a folder path with delimiter ending in ':'. Texts are
+// bytes, UTF-8 or Mac Roman, as the scripts wrote them; names found on disk come back as the disk holds them.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/types.h"
+
+namespace platform {
+
+// A file specification: a name in a folder of a volume. The file need not exist.
+struct FSSpec {
+    std::int16_t vRefNum = 0;      // volume reference number, negative; 0 is none
+    std::int32_t parID = 0;        // directory ID of the folder that holds the item; 1 when the item is a volume's root
+    unsigned char name[256] = {};  // length-prefixed, at most 255 bytes
+
+    std::string_view nameView() const { return {reinterpret_cast<const char*>(name) + 1, name[0]}; }
+};
+
+inline constexpr std::int32_t fsRtParID = 1;  // parent of a volume's root folder
+inline constexpr std::int32_t fsRtDirID = 2;  // a volume's root folder
+
+struct FInfo {
+    OSType fdType = 0;
+    OSType fdCreator = 0;
+};
+
+// One item of the catalogue, as PBGetCatInfo describes it.
+struct CatalogItem {
+    std::string name;           // as the disk holds it, with '/' and ':' exchanged; at most 255 bytes
+    bool isFolder = false;
+    std::int32_t dirID = 0;     // the item's own directory ID when it is a folder, else 0
+    std::int32_t parentID = 0;  // directory ID of its parent
+};
+
+enum class ForkPermission { read, write, readWrite };
+enum class PosixMode { read, replace, append };  // "rb", "wb", "ab"
+
+// A file reference: an open fork. 0 is never one.
+using FileRef = std::int16_t;
+
+class Files {
+  public:
+    virtual ~Files() = default;
+
+    // FSMakeFSSpec. A path with a ':' that is not first is full; otherwise it is relative to the folder `dirID` of volume
+    // `vRefNum` (0 and 0: the default folder). noErr when the item exists; fnfErr when only its folder does (`spec` is
+    // filled all the same); dirNFErr, nsvErr or bdNamErr otherwise.
+    virtual Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, FSSpec& spec) = 0;
+
+    // HOpenDF. fnfErr, notAFileErr for anything but a regular file, permErr, fLckdErr.
+    virtual Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) = 0;
+    // fopen of a POSIX path, where "/Volumes/NAME/..." means the volume NAME wherever its directory is.
+    virtual Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) = 0;
+    virtual Status getEOF(FileRef ref, std::int64_t& size) = 0;
+    virtual Status setPosition(FileRef ref, std::int64_t fromStart) = 0;
+    virtual Status setPositionAtEnd(FileRef ref) = 0;
+    // Reads up to buffer.size() bytes, fewer only at the end of the file (then eofErr with `count` set).
+    virtual Status read(FileRef ref, std::span<char> buffer, std::size_t& count) = 0;
+    virtual Status write(FileRef ref, std::span<const char> bytes, std::size_t& count) = 0;
+    virtual Status close(FileRef ref) = 0;
+
+    virtual Status create(const FSSpec& spec, OSType creator, OSType type) = 0;  // HCreate
+    virtual Status remove(const FSSpec& spec) = 0;                               // HDelete; a link goes, not its target
+    virtual Status getFinderInfo(const FSSpec& spec, FInfo& info) = 0;           // HGetFInfo
+    virtual Status setFinderInfo(const FSSpec& spec, const FInfo& info) = 0;     // HSetFInfo
+    virtual Status setLock(const FSSpec& spec, bool locked) = 0;                 // HSetFLock, HRstFLock
+
+    // PBGetCatInfo. index > 0: the index-th item of the folder; fnfErr past the last. index -1: the folder itself.
+    virtual Status catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::int32_t index, CatalogItem& item) = 0;
+    // HGetVol: the default volume and folder, which is the one that holds the host application's executable.
+    virtual Status defaultFolder(std::int16_t& vRefNum, std::int32_t& dirID) = 0;
+    // FindFolder on the system disk; the only type known is "apps".
+    virtual Status findFolder(OSType type, std::int16_t& vRefNum, std::int32_t& dirID) = 0;
+    // File-system representation of an existing item: an absolute POSIX path.
+    virtual Status posixPath(const FSSpec& spec, std::string& path) = 0;
+};
+
+}  // namespace platform

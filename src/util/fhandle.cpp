@@ -1,0 +1,280 @@
+#include "util/fhandle.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "util/memory.h"
+
+namespace quil {
+
+// State of this file: the line-break buffers.
+char gReturnString[4];
+char gIbmReturnString[4];
+char gMacReturnString[4];
+
+static constexpr std::int32_t kNullHandle = -1;
+static constexpr std::int32_t kOutOfMemory = -108;
+static constexpr std::int32_t kLineTooLong = -345;
+static constexpr unsigned long kMaxSize = 0xFFFFFFFFUL;
+
+namespace {
+struct FHandle {
+    char* data;
+    std::uint32_t size;
+};
+FHandle* record(char** handle) { return reinterpret_cast<FHandle*>(handle); }
+char* newBlock(unsigned long size) { return static_cast<char*>(allocator().allocateZeroed(size == 0 ? 1 : size)); }
+bool endsWithNul(const FHandle* h) { return h->size != 0 && h->data[h->size - 1] == 0; }
+}  // namespace
+
+char** NewFHandle(unsigned long size) {
+    if (size > kMaxSize) {
+        return nullptr;
+    }
+    auto* h = static_cast<FHandle*>(allocator().allocateZeroed(sizeof(FHandle)));
+    if (h == nullptr) {
+        return nullptr;
+    }
+    h->data = newBlock(size);
+    if (h->data == nullptr) {
+        allocator().release(h);
+        return nullptr;
+    }
+    h->size = static_cast<std::uint32_t>(size);
+    return &h->data;
+}
+
+void DisposeAndClearFHandle(char*** handlePtr) {
+    if (handlePtr == nullptr) {
+        return;
+    }
+    if (*handlePtr != nullptr) {
+        allocator().release(record(*handlePtr)->data);
+        allocator().release(record(*handlePtr));
+    }
+    *handlePtr = nullptr;
+}
+
+long GetFHandleSize(char** handle) {
+    return handle == nullptr || *handle == nullptr ? 0 : static_cast<long>(record(handle)->size);
+}
+
+std::int32_t SetFHandleSize(char** handle, unsigned long newSize) {
+    if (handle == nullptr) {
+        return kNullHandle;
+    }
+    FHandle* h = record(handle);
+    if (newSize <= h->size) {
+        h->size = static_cast<std::uint32_t>(newSize);
+        return 0;
+    }
+    char* block = newSize > kMaxSize ? nullptr : newBlock(newSize);
+    if (block == nullptr) {
+        return kOutOfMemory;
+    }
+    if (h->size != 0 && h->data != nullptr) {
+        std::memcpy(block, h->data, h->size);
+    }
+    allocator().release(h->data);
+    h->data = block;
+    h->size = static_cast<std::uint32_t>(newSize);
+    return 0;
+}
+
+std::int32_t SetResultsHandle(char** handle, const char* text) {
+    if (handle == nullptr) {
+        return kNullHandle;
+    }
+    return text == nullptr ? 0 : SetResultsHandleText(handle, text);
+}
+
+std::int32_t SetResultsHandleText(char** handle, std::string_view text) {
+    if (handle == nullptr) {
+        return kNullHandle;
+    }
+    if (SetFHandleSize(handle, text.size()) != 0) {
+        return kOutOfMemory;
+    }
+    std::copy(text.begin(), text.end(), *handle);
+    return 0;
+}
+
+std::int32_t SetHandleContentsAndIncludeTerminator(char** handle, const char* text) {
+    if (handle == nullptr) {
+        return kNullHandle;
+    }
+    const std::string_view content = text == nullptr ? std::string_view() : std::string_view(text);
+    const std::int32_t error = SetFHandleSize(handle, content.size() + 1);
+    if (error == 0) {
+        std::copy(content.begin(), content.end(), *handle);
+        (*handle)[content.size()] = 0;
+    }
+    return error;
+}
+
+std::int32_t EnsureHandleIsNullTerminated(char** handle) {
+    if (handle == nullptr) {
+        return kNullHandle;
+    }
+    if (endsWithNul(record(handle))) {
+        return 0;
+    }
+    const auto size = static_cast<unsigned long>(GetFHandleSize(handle));
+    if (SetFHandleSize(handle, size + 1) != 0) {
+        return kOutOfMemory;
+    }
+    (*handle)[size] = 0;
+    return 0;
+}
+
+void RemoveTrailingNullTerminator(char** handle) {
+    if (handle != nullptr && record(handle)->size >= 2 && endsWithNul(record(handle))) {
+        record(handle)->size -= 1;
+    }
+}
+
+std::int32_t CatHandleContents(char** handle, const char* text) {
+    if (handle == nullptr || text == nullptr) {
+        return kNullHandle;
+    }
+    auto size = static_cast<unsigned long>(GetFHandleSize(handle));
+    bool terminated = true;
+    if (size == 0) {
+        size = 1;
+    } else {
+        terminated = endsWithNul(record(handle));
+    }
+    const std::size_t length = std::strlen(text);
+    if (SetFHandleSize(handle, size + length) != 0) {
+        return kOutOfMemory;
+    }
+    if (terminated) {
+        std::memcpy(*handle + size - 1, text, length);
+        (*handle)[size - 1 + length] = 0;
+    } else {
+        std::memcpy(*handle + size, text, length);
+    }
+    return 0;
+}
+
+std::int32_t MergeHandleContents(char** handle, char* lines) {
+    if (handle == nullptr || lines == nullptr) {
+        return kNullHandle;
+    }
+    const char* const end = lines + std::strlen(lines);
+    for (char* piece = lines; piece < end;) {
+        char* stop = std::find(piece, const_cast<char*>(end), '\r');
+        *stop = 0;
+        const auto length = static_cast<std::size_t>(stop - piece);
+        if (length > kMaxMergedLine) {
+            return kLineTooLong;
+        }
+        if (length != 0) {
+            char line[kMaxMergedLine + 2];
+            std::memcpy(line, piece, length);
+            line[length] = '\r';
+            line[length + 1] = 0;
+            if (FHandleText(handle).find({line, length + 1}) == std::string_view::npos) {
+                if (const std::int32_t error = CatHandleContents(handle, line); error != 0) {
+                    return error;
+                }
+            }
+        }
+        piece = stop + 1;
+    }
+    return 0;
+}
+
+std::int32_t AppendStructToHandle(char** handle, const void* bytes, long count) {
+    if (handle == nullptr) {
+        return kNullHandle;
+    }
+    if (count <= 0) {
+        return 0;
+    }
+    const auto size = static_cast<unsigned long>(GetFHandleSize(handle));
+    if (SetFHandleSize(handle, size + static_cast<unsigned long>(count)) != 0) {
+        return kOutOfMemory;
+    }
+    std::memcpy(*handle + size, bytes, static_cast<std::size_t>(count));
+    return 0;
+}
+
+std::int32_t strcmpFHandles(char** a, char** b) {
+    const long sizeA = GetFHandleSize(a);
+    const long sizeB = GetFHandleSize(b);
+    for (long i = 0; i < std::max(sizeA, sizeB); ++i) {
+        const auto byteA = static_cast<signed char>(i < sizeA ? (*a)[i] : 0);
+        const auto byteB = static_cast<signed char>(i < sizeB ? (*b)[i] : 0);
+        if (byteA != byteB) {
+            return byteA < byteB ? -1 : 1;
+        }
+    }
+    return 0;
+}
+
+unsigned long strcpyFHandleToCStr(char* dest, unsigned long destSize, char** handle) {
+    if (dest != nullptr && destSize != 0) {
+        dest[0] = 0;
+    }
+    if (handle == nullptr) {
+        return 0;
+    }
+    auto length = static_cast<unsigned long>(GetFHandleSize(handle));
+    if (length != 0 && (*handle)[length - 1] == 0) {
+        --length;
+    }
+    if (dest != nullptr && destSize != 0) {
+        const unsigned long count = std::min(length, destSize - 1);
+        std::memcpy(dest, *handle, count);
+        dest[count] = 0;
+    }
+    return length;
+}
+
+std::int32_t CopyFHandleToResultHandle(char** source, char** result) {
+    if (result == nullptr) {
+        return kNullHandle;
+    }
+    const unsigned long length = strcpyFHandleToCStr(nullptr, 0, source);
+    const std::int32_t error = SetFHandleSize(result, length);
+    if (error == 0 && length != 0) {
+        std::memmove(*result, *source, length);
+    }
+    return error;
+}
+
+void mylong2str(long value, char* dest) {
+    char digits[24];
+    char* p = digits;
+    auto rest = value < 0 ? 0UL - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+    do {
+        *p++ = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest != 0);
+    if (value < 0) {
+        *dest++ = '-';
+    }
+    dest = std::reverse_copy(digits, p, dest);
+    *dest = 0;
+}
+
+static char* breakString(char* buffer, std::string_view text) {
+    *std::copy(text.begin(), text.end(), buffer) = 0;
+    return buffer;
+}
+
+char* ReturnString() { return breakString(gReturnString, "\r"); }
+char* IbmReturnString() { return breakString(gIbmReturnString, "\r\n"); }
+char* MacReturnString() { return breakString(gMacReturnString, "\r"); }
+
+std::string_view FHandleText(char** handle) {
+    const auto size = static_cast<std::size_t>(GetFHandleSize(handle));
+    if (size == 0) {
+        return {};
+    }
+    const void* nul = std::memchr(*handle, 0, size);
+    return {*handle, nul == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(nul) - *handle)};
+}
+
+}  // namespace quil
