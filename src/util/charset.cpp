@@ -1,0 +1,295 @@
+#include "util/charset.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "util/charset_tables.h"
+#include "util/memory.h"
+
+namespace quil {
+namespace {
+
+using Byte = unsigned char;
+
+constexpr charset::ToUtf8 kMacRomanToUtf8 = charset::makeToUtf8(charset::kMacRoman);
+constexpr charset::ToUtf8 kWindows1252ToUtf8 = charset::makeToUtf8(charset::kWindows1252);
+constexpr charset::FromUtf8 kMacRomanFromUtf8 = charset::makeFromUtf8(charset::kMacRoman);
+constexpr charset::FromUtf8 kWindows1252FromUtf8 = charset::makeFromUtf8(charset::kWindows1252);
+
+// UTF-8 is checked by a state machine whose states are shift counts: the row of a byte holds the following state of
+// every state in six bits, so that one shift is all that a byte waits for of the byte before it.
+enum State : unsigned {
+    kBad = 0,
+    kStart = 6,
+    kNeed1 = 12,
+    kNeed2 = 18,
+    kNeed3 = 24,
+    kAfterE0 = 30,
+    kAfterED = 36,
+    kAfterF0 = 42,
+    kAfterF4 = 48
+};
+
+consteval std::array<std::uint64_t, 256> makeUtf8Machine() {
+    std::array<std::uint64_t, 256> rows{};
+    const auto add = [&rows](unsigned first, unsigned last, State from, State to) {
+        for (unsigned byte = first; byte <= last; ++byte) {
+            rows[byte] |= static_cast<std::uint64_t>(to) << from;
+        }
+    };
+    add(0x00, 0x7F, kStart, kStart);
+    add(0xC2, 0xDF, kStart, kNeed1);
+    add(0xE0, 0xE0, kStart, kAfterE0);
+    add(0xE1, 0xEC, kStart, kNeed2);
+    add(0xED, 0xED, kStart, kAfterED);
+    add(0xEE, 0xEF, kStart, kNeed2);
+    add(0xF0, 0xF0, kStart, kAfterF0);
+    add(0xF1, 0xF3, kStart, kNeed3);
+    add(0xF4, 0xF4, kStart, kAfterF4);
+    add(0x80, 0xBF, kNeed1, kStart);
+    add(0x80, 0xBF, kNeed2, kNeed1);
+    add(0x80, 0xBF, kNeed3, kNeed2);
+    add(0xA0, 0xBF, kAfterE0, kNeed1);  // no overlong forms
+    add(0x80, 0x9F, kAfterED, kNeed1);  // no surrogates
+    add(0x90, 0xBF, kAfterF0, kNeed2);  // no overlong forms
+    add(0x80, 0x8F, kAfterF4, kNeed2);  // nothing above U+10FFFF
+    return rows;
+}
+constexpr std::array<std::uint64_t, 256> kUtf8Machine = makeUtf8Machine();
+
+constexpr std::size_t kBlock = 16;
+
+bool isAsciiBlock(const Byte* bytes) {
+    std::uint64_t words[kBlock / 8];
+    std::memcpy(words, bytes, kBlock);
+    return ((words[0] | words[1]) & 0x8080808080808080ULL) == 0;
+}
+
+bool isUtf8(const Byte* bytes, std::size_t size) {
+    const Byte* const end = bytes + size;
+    std::uint64_t state = kStart;
+    while (static_cast<std::size_t>(end - bytes) >= kBlock) {
+        if ((state & 63) != kStart || !isAsciiBlock(bytes)) {
+            for (std::size_t i = 0; i < kBlock; ++i) {
+                state = kUtf8Machine[bytes[i]] >> (state & 63);
+            }
+            if ((state & 63) == kBad) {
+                return false;
+            }
+        }
+        bytes += kBlock;
+    }
+    for (; bytes < end; ++bytes) {
+        state = kUtf8Machine[*bytes] >> (state & 63);
+    }
+    return (state & 63) == kStart;
+}
+
+void convertToUtf8(const charset::ToUtf8& forms, const char* src, char* dest, unsigned long destSize) {
+    if (destSize == 0) {
+        return;
+    }
+    dest[0] = 0;
+    if (src == nullptr) {
+        return;
+    }
+    const auto* in = reinterpret_cast<const Byte*>(src);
+    const std::size_t length = std::strlen(src);
+    if (isUtf8(in, length)) {
+        if (length < destSize) {
+            std::memcpy(dest, src, length + 1);
+        }
+        return;
+    }
+    const Byte* const inEnd = in + length;
+    char* const destEnd = dest + destSize;
+    const auto room = [&] { return static_cast<std::size_t>(destEnd - dest); };
+
+    // While a block fits whatever it becomes, every character is stored as four bytes, of which the next covers the
+    // rest.
+    while (static_cast<std::size_t>(inEnd - in) >= kBlock && room() > 3 * kBlock + 1) {
+        if (isAsciiBlock(in)) {
+            std::memcpy(dest, in, kBlock);
+            dest += kBlock;
+        } else {
+            for (std::size_t i = 0; i < kBlock; ++i) {
+                const charset::Utf8Form& form = forms[in[i]];
+                std::memcpy(dest, form.bytes, 4);
+                dest += form.length;
+            }
+        }
+        in += kBlock;
+    }
+    for (; in < inEnd; ++in) {
+        const charset::Utf8Form& form = forms[*in];
+        if (room() < (form.length == 1 ? 2U : 3U)) {  // an ASCII byte also needs room for a terminator
+            break;
+        }
+        std::memcpy(dest, form.bytes, form.length);
+        dest += form.length;
+    }
+    if (room() != 0) {
+        *dest = 0;
+    }
+}
+
+bool isContinuation(Byte byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// Bytes that are not the continuation of a character.
+std::size_t countCharacters(const Byte* bytes, std::size_t size) {
+    return static_cast<std::size_t>(
+        std::count_if(bytes, bytes + size, [](Byte byte) { return !isContinuation(byte); }));
+}
+
+void convertFromUtf8(const charset::FromUtf8& table, const char* src, char* dest, long destSize) {
+    if (destSize <= 0) {
+        return;
+    }
+    dest[0] = 0;
+    if (src == nullptr) {
+        return;
+    }
+    const auto* in = reinterpret_cast<const Byte*>(src);
+    const std::size_t length = std::strlen(src);
+    const auto room = static_cast<std::size_t>(destSize);
+    if (length >= room && countCharacters(in, length) >= room) {
+        return;
+    }
+    // Only a well-formed character finds a byte in the table, so the text needs no check of its own; and as a malformed
+    // one ends the conversion, there is room for every byte that is stored.
+    const Byte* const inEnd = in + length;
+    char* out = dest;
+    while (in < inEnd) {
+        if (static_cast<std::size_t>(inEnd - in) >= kBlock && isAsciiBlock(in)) {
+            std::memcpy(out, in, kBlock);
+            out += kBlock;
+            in += kBlock;
+            continue;
+        }
+        const Byte lead = in[0];
+        if (lead < 0x80) {
+            *out++ = static_cast<char>(lead);
+            ++in;
+            continue;
+        }
+        // The text's terminator stops the look ahead: it is no continuation byte.
+        Byte found = 0;
+        if (lead >= 0xC2 && lead < 0xE0 && isContinuation(in[1])) {
+            found = table.pages[table.pageOf[lead & 0x1FU]][in[1] & 0x3FU];
+            in += 2;
+        } else if (lead >= 0xE0 && lead < 0xF0 && isContinuation(in[1]) && isContinuation(in[2])) {
+            const unsigned page = (lead & 0x0FU) << 6 | (in[1] & 0x3FU);
+            found = page < 0x20 ? Byte{0} : table.pages[table.pageOf[page]][in[2] & 0x3FU];
+            in += 3;
+        }
+        if (found == 0) {
+            dest[0] = 0;
+            return;
+        }
+        *out++ = static_cast<char>(found);
+    }
+    *out = 0;
+}
+
+struct Release {
+    void operator()(char* block) const { allocator().release(block); }
+};
+using WorkBuffer = std::unique_ptr<char, Release>;
+
+WorkBuffer newWorkBuffer(std::size_t size) {
+    return WorkBuffer(static_cast<char*>(allocator().allocateZeroed(size)));
+}
+
+}  // namespace
+
+bool my_IsUtf8(const char* text) {
+    return text != nullptr && isUtf8(reinterpret_cast<const Byte*>(text), std::strlen(text));
+}
+
+void my_ConvertMacRomanToUtf8(const char* src, char* dest, unsigned long destSize) {
+    convertToUtf8(kMacRomanToUtf8, src, dest, destSize);
+}
+
+void my_ConvertWindows1252ToUtf8(const char* src, char* dest, unsigned long destSize) {
+    convertToUtf8(kWindows1252ToUtf8, src, dest, destSize);
+}
+
+void my_ConvertUtf8ToMacRoman(const char* src, char* dest, long destSize) {
+    convertFromUtf8(kMacRomanFromUtf8, src, dest, destSize);
+}
+
+void my_ConvertUtf8ToWindows1252(const char* src, char* dest, long destSize) {
+    convertFromUtf8(kWindows1252FromUtf8, src, dest, destSize);
+}
+
+unsigned long my_ConvertStringEncoding(const char* src, short srcEncoding, char* dest, short destEncoding,
+                                       unsigned long destLen) {
+    if (destLen == 0) {
+        return 0;
+    }
+    dest[0] = 0;
+    const std::size_t n = src == nullptr ? 0 : std::strlen(src);
+    if (n == 0) {
+        return 0;
+    }
+    const std::size_t workSize = 3 * n + 1;
+    const WorkBuffer utf8 = newWorkBuffer(workSize);
+    const WorkBuffer converted = newWorkBuffer(workSize);
+    if (utf8 == nullptr || converted == nullptr) {
+        return 0;
+    }
+    switch (srcEncoding) {
+        case kEncodingUtf8:
+            std::memcpy(utf8.get(), src, n);
+            break;
+        case kEncodingMacRoman:
+            my_ConvertMacRomanToUtf8(src, utf8.get(), workSize);
+            break;
+        case kEncodingWindows1252:
+            my_ConvertWindows1252ToUtf8(src, utf8.get(), workSize);
+            break;
+        default:
+            return 0;
+    }
+    switch (destEncoding) {
+        case kEncodingUtf8:
+            std::memcpy(converted.get(), utf8.get(), std::strlen(utf8.get()));
+            break;
+        case kEncodingMacRoman:
+            my_ConvertUtf8ToMacRoman(utf8.get(), converted.get(), static_cast<long>(workSize));
+            break;
+        case kEncodingWindows1252:
+            my_ConvertUtf8ToWindows1252(utf8.get(), converted.get(), static_cast<long>(workSize));
+            break;
+        default:
+            return 0;
+    }
+    const std::size_t stored = std::min<std::size_t>(std::strlen(converted.get()), destLen);
+    std::memcpy(dest, converted.get(), stored);
+    std::memset(dest + stored, 0, destLen - stored);
+    return stored;
+}
+
+unsigned long my_memcpy_encoding(char* dest, unsigned long destLen, const unsigned char* src, unsigned long srcLen,
+                                 short destEncoding) {
+    if (destLen == 0) {
+        return 0;
+    }
+    dest[0] = 0;
+    const WorkBuffer text = newWorkBuffer(srcLen + 1);
+    if (text == nullptr) {
+        return 0;
+    }
+    if (srcLen != 0) {
+        std::memcpy(text.get(), src, srcLen);
+    }
+    const short srcEncoding = my_IsUtf8(text.get()) ? kEncodingUtf8 : kEncodingMacRoman;
+    return my_ConvertStringEncoding(text.get(), srcEncoding, dest, destEncoding, destLen);
+}
+
+}  // namespace quil
