@@ -1,0 +1,261 @@
+#include "host/plugin.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "platform/machine.h"
+
+namespace host {
+
+namespace {
+
+constexpr std::uint32_t kMaxStringUnits = 1'000'000;
+constexpr std::size_t kMinStringBuffer = 256;  // the configuration string is written without regard to the size
+
+std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
+
+bool isDirectory(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+std::string programFolder() {
+    std::array<char, 4096> path{};
+    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+    const std::string_view program(path.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    const std::size_t slash = program.rfind('/');
+    return slash == std::string_view::npos ? "." : std::string(program.substr(0, slash));
+}
+
+std::string withoutClosingSlash(std::string path) {
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
+// <bundle>/Contents/Linux/<stem>.so
+std::string libraryPath(const std::string& bundle) {
+    // "." and the like name their bundle only when they are resolved.
+    std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(bundle.c_str(), nullptr), &std::free);
+    std::string name = resolved ? resolved.get() : bundle;
+    name.erase(0, name.rfind('/') + 1);
+    return bundle + "/Contents/Linux/" + name.substr(0, name.rfind('.')) + ".so";
+}
+
+// Throws when the bundle's folder or the library in it is missing, of the wrong kind or unreadable.
+void checkBundle(const std::string& bundle, const std::string& library) {
+    struct stat info {};
+    if (::stat(bundle.c_str(), &info) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            throw HostError("the plug-in bundle " + quoted(bundle) +
+                            " does not exist; name a bundle with --plugin or in the environment variable QUIL_PLUGIN");
+        }
+        throw HostError("cannot look at the plug-in bundle " + quoted(bundle) + ": " + std::strerror(errno));
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        throw HostError(quoted(bundle) + " is not a plug-in bundle, which is a folder; name a bundle with --plugin");
+    }
+    if (::access(bundle.c_str(), R_OK | X_OK) != 0) {
+        throw HostError("cannot read the plug-in bundle " + quoted(bundle) + ": " + std::strerror(errno) +
+                        "; give yourself read permission for it");
+    }
+    if (!isDirectory(bundle + "/Contents")) {
+        throw HostError(quoted(bundle) +
+                        " is not a plug-in bundle: it has no folder Contents; name a bundle with --plugin");
+    }
+    if (::stat(library.c_str(), &info) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            throw HostError("the plug-in bundle has no library " + quoted(library) +
+                            "; install the bundle again or name another with --plugin");
+        }
+        throw HostError("cannot look at the plug-in library " + quoted(library) + ": " + std::strerror(errno));
+    }
+    if (::access(library.c_str(), R_OK) != 0) {
+        throw HostError("cannot read the plug-in library " + quoted(library) + ": " + std::strerror(errno) +
+                        "; give yourself read permission for it");
+    }
+}
+
+}  // namespace
+
+std::string toUtf8(const fmx::Text& text) {
+    // A text may hold NULs, so its end is where the filling begins again, a byte that UTF-8 never has.
+    constexpr char kFilling = '\xFF';
+    const std::uint32_t units = text.GetSize();
+    std::string bytes(static_cast<std::size_t>(units) * 3 + 1, kFilling);
+    fmx::_fmxcpt::Check(text.GetBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 0, units,
+                                      fmx::Text::Encoding::utf8));
+    bytes.resize(std::min(bytes.find(kFilling), bytes.size()) - 1);  // the terminator goes too
+    return bytes;
+}
+
+std::string toUtf8(std::u16string_view units) {
+    fmx::Text text;
+    text.setUnits(units);
+    return toUtf8(text);
+}
+
+fmx::Text toText(std::string_view utf8) {
+    fmx::Text text;
+    text.AssignBytes(utf8, fmx::Text::Encoding::utf8);
+    return text;
+}
+
+std::string Plugin::defaultBundle() {
+    if (const char* named = std::getenv("QUIL_PLUGIN"); named != nullptr && *named != '\0') {
+        return named;
+    }
+    const std::string folder = programFolder();
+    const std::string beside = folder + "/QUIL.fmplugin";
+    const std::string installed = folder + "/" QUIL_INSTALLED_BUNDLE;
+    return !isDirectory(beside) && isDirectory(installed) ? installed : beside;
+}
+
+Plugin::Plugin(const std::string& bundleDirectory) {
+    const std::string directory = withoutClosingSlash(bundleDirectory);
+    const std::string library = libraryPath(directory);
+    checkBundle(directory, library);
+    std::string error;
+    bundle_ = platform::openBundle(directory, error);
+    if (!bundle_) {
+        throw HostError(error);
+    }
+    // dlopen looks for a name without a slash in the system's folders; ours always has one.
+    library_ = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library_ == nullptr) {
+        const char* reason = ::dlerror();
+        throw HostError("the plug-in library " + quoted(library) +
+                        " cannot be loaded: " + (reason == nullptr ? "no reason given" : reason) +
+                        "; install the bundle again");
+    }
+    entry_ = reinterpret_cast<fmx::EntryPoint>(::dlsym(library_, fmx::kEntryPointName));
+    if (entry_ == nullptr) {
+        ::dlclose(library_);
+        throw HostError("the library " + quoted(library) + " is not a plug-in: it has no entry point " +
+                        fmx::kEntryPointName);
+    }
+    record_.instance = bundle_.get();
+    previousBundle_ = platform::machine().resources().useBundle(bundle_.get());
+    previousRegistry_ = fmx::installFunctionRegistry(this);
+}
+
+Plugin::~Plugin() {
+    if (initialized_) {
+        shutdown();
+    }
+    fmx::installFunctionRegistry(previousRegistry_);
+    platform::machine().resources().useBundle(previousBundle_);
+    ::dlclose(library_);
+}
+
+std::intptr_t Plugin::call(std::uint8_t selector, std::uint8_t parameter1, std::uint32_t parameter3,
+                           std::intptr_t result) {
+    record_.selector = selector;
+    record_.parameter1 = parameter1;
+    record_.parameter3 = parameter3;
+    record_.result = result;
+    entry_(&record_);
+    return record_.result;
+}
+
+std::int32_t Plugin::initialize(std::int16_t version) {
+    record_.hostVersion = version;
+    const auto result = static_cast<std::int32_t>(call(fmx::kCallInit));
+    if (result != fmx::kBadExtensionVersion) {  // a refused version leaves the plug-in as it was
+        initialized_ = result > 0;
+    }
+    return result;
+}
+
+void Plugin::shutdown() {
+    initialized_ = false;
+    call(fmx::kCallShutdown);
+}
+
+void Plugin::idle(std::uint8_t level) { call(fmx::kCallIdle, level); }
+
+std::optional<std::u16string> Plugin::string(std::uint8_t kind, std::uint32_t size) {
+    if (size < 1 || size > kMaxStringUnits) {
+        throw HostError("a string's size must be 1 to " + std::to_string(kMaxStringUnits) + ", not " +
+                        std::to_string(size));
+    }
+    // U+FFFF is no character: a buffer that still holds nothing else was not written.
+    constexpr char16_t kUntouched = 0xFFFF;
+    std::u16string buffer(std::max<std::size_t>(size, kMinStringBuffer), kUntouched);
+    call(fmx::kCallGetString, kind, size, reinterpret_cast<std::intptr_t>(buffer.data()));
+    record_.result = 0;
+    if (buffer.find_first_not_of(kUntouched) == std::u16string::npos) {
+        return std::nullopt;
+    }
+    buffer.resize(std::min(buffer.find(u'\0'), buffer.size()));
+    return buffer;
+}
+
+Answer Plugin::evaluate(std::string_view function, const std::vector<std::string_view>& parameters, bool checkCount) {
+    const auto found = std::find_if(functions_.begin(), functions_.end(),
+                                    [function](const RegisteredFunction& item) { return item.name == function; });
+    if (found == functions_.end()) {
+        if (!functions_.empty() && !bundle_->tables.contains("Localizable")) {
+            throw HostError("the plug-in bundle " + quoted(bundle_->directory) +
+                            " has no strings, so its functions have no names: " +
+                            (bundle_->problems.empty() ? "\"Contents/Resources/English.lproj/Localizable.strings\" is "
+                                                         "missing; install the bundle again"
+                                                       : bundle_->problems));
+        }
+        throw HostError("the plug-in has not registered a function " + quoted(function) +
+                        (initialized_ ? "" : "; it is not initialised"));
+    }
+    const auto count = static_cast<std::ptrdiff_t>(parameters.size());
+    if (checkCount && (count < found->minParams || (found->maxParams >= 0 && count > found->maxParams))) {
+        throw HostError(found->name + " takes " + std::to_string(found->minParams) + " to " +
+                        (found->maxParams < 0 ? "any number of" : std::to_string(found->maxParams)) +
+                        " parameters, not " + std::to_string(count));
+    }
+    fmx::DataVect texts;
+    texts.Resize(static_cast<std::uint32_t>(parameters.size()));
+    for (std::uint32_t i = 0; i < texts.Size(); ++i) {
+        fmx::_fmxcpt::Check(texts.Mutable(i).SetAsText(toText(parameters[i]), fmx::Locale(fmx::Locale::Type::system)));
+    }
+    fmx::Data result;
+    Answer answer;
+    answer.code = fmx::Evaluate(found->function, found->id, fmx::ExprEnv(), texts, result);
+    answer.text = toUtf8(result.GetAsText());
+    return answer;
+}
+
+fmx::errcode Plugin::registerFunction(const fmx::QuadChar& pluginId, short funcId, const fmx::Text& name,
+                                      const fmx::Text& prototype, short minParams, short maxParams, std::uint32_t flags,
+                                      fmx::ExternalFunction function) {
+    const bool taken = std::any_of(functions_.begin(), functions_.end(), [&](const RegisteredFunction& item) {
+        return item.id == funcId && item.pluginId == pluginId.text();
+    });
+    if (taken) {
+        return fmx::kDuplicateError;
+    }
+    try {
+        functions_.push_back({std::string(pluginId.text()), funcId, toUtf8(name), toUtf8(prototype), minParams,
+                              maxParams, flags, function});
+    } catch (const std::bad_alloc&) {
+        return fmx::kMemoryError;
+    }
+    return fmx::kNoError;
+}
+
+fmx::errcode Plugin::unregisterFunction(const fmx::QuadChar& pluginId, short funcId) {
+    const auto removed = std::erase_if(functions_, [&](const RegisteredFunction& item) {
+        return item.id == funcId && item.pluginId == pluginId.text();
+    });
+    return removed == 0 ? fmx::kParameterError : fmx::kNoError;
+}
+
+}  // namespace host
