@@ -1,0 +1,12 @@
+# An installed copy: bin/quil, LIBDIR/libquilplatform.so.1 and LIBDIR/quil/QUIL.fmplugin. They find each other by their places
+# relative to one another, so the whole may lie, or be moved, anywhere.
+file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(installed_code ${CMAKE_INSTALL_LIBDIR}/quil/QUIL.fmplugin/Contents)
+
+set_target_properties(quil PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
+set_target_properties(QUIL PROPERTIES INSTALL_RPATH "$ORIGIN/../../../..")  # from Contents/Linux to LIBDIR
+
+install(TARGETS quil RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS quilplatform LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
+install(TARGETS QUIL LIBRARY DESTINATION ${installed_code}/Linux)
+install(DIRECTORY ${PROJECT_BINARY_DIR}/QUIL.fmplugin/Contents/Resources DESTINATION ${installed_code})
