@@ -44,7 +44,10 @@ class MemoryWindows : public Windows {
     void setWindows(const std::vector<WindowRecord>& windows);
 
   protected:
-    std::list<WindowRecord> list_;  // front first
+    void close(std::list<WindowRecord>& from, std::list<WindowRecord>::iterator window);
+
+    std::list<WindowRecord> list_;    // front first
+    std::list<WindowRecord> closed_;  // the latest that were closed
 };
 
 struct MenuItem {

@@ -41,8 +41,8 @@ struct DrawnEffect {
 struct Effects {
     std::vector<AlertEffect> alerts;
     int beeps = 0;
-    std::vector<std::string> scripts;  // asked of the host by misc/dosc events sent to itself
-    std::vector<Event> sent;           // the other events
+    std::vector<std::string> scripts;   // asked of the host by misc/dosc events sent to itself
+    std::vector<Event> sent;            // the other events
     std::vector<std::string> launched;  // classic paths
     std::vector<OSType> fronted;
     std::vector<ChooserEffect> choosers;
@@ -81,15 +81,15 @@ struct ScriptedState {
     std::optional<std::int64_t> seconds;  // none: the real clock
     std::uint32_t doubleClickTicks = 30;
     Point mouse;
-    std::vector<RunningApplication> running;  // beside the host, which always runs
-    std::map<std::string, Launch> launches;   // by classic path
-    std::deque<std::int16_t> answers;         // buttons of the coming alerts
+    std::vector<RunningApplication> running;            // beside the host, which always runs
+    std::map<std::string, Launch> launches;             // by classic path
+    std::deque<std::int16_t> answers;                   // buttons of the coming alerts
     std::deque<std::optional<ScriptedChoice>> choices;  // of the coming choosers; none: cancel
     std::vector<Fault> faults;
 };
 
 struct ScriptedOptions {
-    std::string application;       // classic path of the host's executable
+    std::string application;      // classic path of the host's executable
     OSType signature = "FMP7"_4;  // the host's own
 };
 
