@@ -5,6 +5,7 @@
 #include "frame/dispatcher.h"
 #include "frame/modules.h"
 #include "frame/strings.h"
+#include "screening/model.h"
 #include "util/alerts.h"
 #include "util/app_path.h"
 
@@ -23,6 +24,7 @@ static constexpr short kExternalFunction = 2;
 void ResetPlugInState() {
     ResetAlerts();
     ResetAppPath();
+    ResetScreening();
 }
 
 std::int32_t Startup() {
