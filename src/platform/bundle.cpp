@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <new>
 #include <sstream>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "platform/text.h"
@@ -183,7 +185,14 @@ static std::string readStringsFile(const std::filesystem::path& path, StringsTab
     if (!file) {
         return "cannot be opened";
     }
-    std::string text(maxStringsFile + 1, '\0');
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (error) {
+        return error.message();
+    }
+    if (size > maxStringsFile) {
+        return "larger than 4 MiB";
+    }
+    std::string text(static_cast<std::size_t>(size), '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     if (file.bad()) {
         return "cannot be read";
@@ -252,8 +261,9 @@ bool number(std::string_view text, Number& value, Number most) {
 
 bool rectangle(const std::vector<std::string>& parts, std::size_t first, Rect& rect) {
     constexpr std::int16_t most = INT16_MAX;
-    return parts.size() == first + 4 && number(parts[first], rect.top, most) && number(parts[first + 1], rect.left, most) &&
-           number(parts[first + 2], rect.bottom, most) && number(parts[first + 3], rect.right, most);
+    return parts.size() == first + 4 && number(parts[first], rect.top, most) &&
+           number(parts[first + 1], rect.left, most) && number(parts[first + 2], rect.bottom, most) &&
+           number(parts[first + 3], rect.right, most);
 }
 
 // "major.minor.fix stage release": major is binary-coded decimal, minor and fix are one such digit each.
@@ -272,8 +282,9 @@ bool numericVersion(const std::string& value, std::uint8_t (&numeric)[4]) {
     std::uint8_t minor = 0;
     std::uint8_t fix = 0;
     std::uint8_t release = 0;
-    if (digits.size() != 3 || !number(digits[0], major, std::uint8_t{99}) || !number(digits[1], minor, std::uint8_t{9}) ||
-        !number(digits[2], fix, std::uint8_t{9}) || !number(parts[2], release, std::uint8_t{255})) {
+    if (digits.size() != 3 || !number(digits[0], major, std::uint8_t{99}) ||
+        !number(digits[1], minor, std::uint8_t{9}) || !number(digits[2], fix, std::uint8_t{9}) ||
+        !number(parts[2], release, std::uint8_t{255})) {
         return false;
     }
     for (const auto& stage : stages) {
@@ -401,6 +412,8 @@ class BundleResources : public Resources {
 
 }  // namespace
 
-std::unique_ptr<Resources> makeBundleResources() { return std::make_unique<BundleResources>(); }
+std::unique_ptr<Resources> makeBundleResources() {
+    return std::make_unique<BundleResources>();
+}
 
 }  // namespace platform
