@@ -1,9 +1,9 @@
-// The commands of `quil`. Each registers itself with the command line by one function; its callback does the work and leaves
-// the exit status in the context.
+// The commands of `quil`. Each registers itself with the command line by one function; its callback does the work and
+// leaves the exit status in the context.
 //
 // Exit statuses: 0; 2 with a message for wrong usage (CLI::ParseError); 1 for the rest. A callback reports a failure by
-// throwing HostError with a text that names the file, option or function at fault and what to do; the program prints it on
-// standard error as "quil: TEXT" and ends with 1.
+// throwing HostError with a text that names the file, option or function at fault and what to do; the program prints it
+// on standard error as "quil: TEXT" and ends with 1.
 #pragma once
 
 #include <memory>
@@ -45,16 +45,23 @@ std::string bundleOf(const Context& context);
 class Session {
   public:
     explicit Session(Context& context);
-    ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    Plugin& plugin() { return *plugin_; }
+    Plugin& plugin() { return plugin_; }
 
   private:
-    std::unique_ptr<platform::Machine> machine_;
-    platform::Machine* previousMachine_ = nullptr;
-    std::unique_ptr<Plugin> plugin_;
+    struct InstalledMachine {
+        explicit InstalledMachine(const platform::LinuxOptions& options);
+        ~InstalledMachine();
+        InstalledMachine(const InstalledMachine&) = delete;
+        InstalledMachine& operator=(const InstalledMachine&) = delete;
+        std::unique_ptr<platform::Machine> machine;
+        platform::Machine* previous;
+    };
+
+    InstalledMachine machine_;
+    Plugin plugin_;
 };
 
 // Up to three of `names` that are nearest to `name`, nearest first; none when all are far away.
@@ -64,8 +71,8 @@ std::string didYouMean(const std::vector<std::string>& names);
 
 // Writes a text to standard output. Throws HostError when that fails.
 void writeOutput(std::string_view text);
-// The same with the carriage returns (also CR LF) that end the plug-in's lines turned into line feeds, and a line feed at
-// the end.
+// The same with the carriage returns (also CR LF) that end the plug-in's lines turned into line feeds, and a line feed
+// at the end.
 void writeLines(std::string_view text);
 
 // Runs the program: parses the command line, runs the command, returns the exit status.

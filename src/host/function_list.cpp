@@ -32,7 +32,8 @@ std::vector<FunctionHelp> readFunctionList(const std::string& bundleDirectory) {
         }
         return list;
     } catch (const nlohmann::json::exception& error) {
-        throw HostError("the function list \"" + file + "\" is damaged: " + error.what() + "; install the bundle again");
+        throw HostError("the function list \"" + file + "\" is damaged: " + error.what() +
+                        "; install the bundle again");
     }
 }
 

@@ -21,7 +21,9 @@ namespace {
 constexpr std::uint32_t kMaxStringUnits = 1'000'000;
 constexpr std::size_t kMinStringBuffer = 256;  // the configuration string is written without regard to the size
 
-std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
+std::string quoted(std::string_view text) {
+    return '"' + std::string(text) + '"';
+}
 
 bool isDirectory(const std::string& path) {
     struct stat info {};
@@ -93,8 +95,8 @@ std::string toUtf8(const fmx::Text& text) {
     constexpr char kFilling = '\xFF';
     const std::uint32_t units = text.GetSize();
     std::string bytes(static_cast<std::size_t>(units) * 3 + 1, kFilling);
-    fmx::_fmxcpt::Check(text.GetBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 0, units,
-                                      fmx::Text::Encoding::utf8));
+    fmx::_fmxcpt::Check(
+        text.GetBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 0, units, fmx::Text::Encoding::utf8));
     bytes.resize(std::min(bytes.find(kFilling), bytes.size()) - 1);  // the terminator goes too
     return bytes;
 }
@@ -134,9 +136,8 @@ Plugin::Plugin(const std::string& bundleDirectory) {
     library_ = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library_ == nullptr) {
         const char* reason = ::dlerror();
-        throw HostError("the plug-in library " + quoted(library) +
-                        " cannot be loaded: " + (reason == nullptr ? "no reason given" : reason) +
-                        "; install the bundle again");
+        throw HostError("the plug-in library " + quoted(library) + " cannot be loaded: " +
+                        (reason == nullptr ? "no reason given" : reason) + "; install the bundle again");
     }
     entry_ = reinterpret_cast<fmx::EntryPoint>(::dlsym(library_, fmx::kEntryPointName));
     if (entry_ == nullptr) {
@@ -182,7 +183,9 @@ void Plugin::shutdown() {
     call(fmx::kCallShutdown);
 }
 
-void Plugin::idle(std::uint8_t level) { call(fmx::kCallIdle, level); }
+void Plugin::idle(std::uint8_t level) {
+    call(fmx::kCallIdle, level);
+}
 
 std::optional<std::u16string> Plugin::string(std::uint8_t kind, std::uint32_t size) {
     if (size < 1 || size > kMaxStringUnits) {
