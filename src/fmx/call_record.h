@@ -38,12 +38,12 @@ inline constexpr std::int32_t kDoNotEnable = -2;
 
 struct CallRecord {
     std::uint32_t recordVersion = kCallRecordVersion;
-    std::int16_t hostVersion = 0;      // host extension version, at initialisation
-    std::uint8_t selector = 0;         // one of the call selectors
-    std::uint8_t parameter1 = 0;       // idle level, or string kind
-    std::uint32_t parameter3 = 0;      // size of the output buffer in UTF-16 units (get-string)
-    const void* instance = nullptr;    // the plug-in's own bundle (platform::BundleRef)
-    std::intptr_t result = 0;          // out: result of the initialise call; in: the output buffer (get-string)
+    std::int16_t hostVersion = 0;    // host extension version, at initialisation
+    std::uint8_t selector = 0;       // one of the call selectors
+    std::uint8_t parameter1 = 0;     // idle level, or string kind
+    std::uint32_t parameter3 = 0;    // size of the output buffer in UTF-16 units (get-string)
+    const void* instance = nullptr;  // the plug-in's own bundle (platform::BundleRef)
+    std::intptr_t result = 0;        // out: result of the initialise call; in: the output buffer (get-string)
 };
 
 // Name and type of the entry point.

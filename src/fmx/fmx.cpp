@@ -10,7 +10,9 @@ namespace fmx {
 
 static FunctionRegistry* sRegistry = nullptr;
 
-FunctionRegistry* installFunctionRegistry(FunctionRegistry* registry) { return std::exchange(sRegistry, registry); }
+FunctionRegistry* installFunctionRegistry(FunctionRegistry* registry) {
+    return std::exchange(sRegistry, registry);
+}
 
 errcode Evaluate(ExternalFunction function, short funcId, const ExprEnv& env, const DataVect& params,
                  Data& result) noexcept {

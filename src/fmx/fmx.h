@@ -17,10 +17,10 @@ namespace fmx {
 using errcode = std::int16_t;
 
 inline constexpr errcode kNoError = 0;
-inline constexpr errcode kMemoryError = -108;     // out of memory
-inline constexpr errcode kParameterError = -50;   // an argument out of range
-inline constexpr errcode kNoHostError = -1;       // no host offers the operation, or an unknown failure
-inline constexpr errcode kDuplicateError = -48;   // the function is registered already
+inline constexpr errcode kMemoryError = -108;    // out of memory
+inline constexpr errcode kParameterError = -50;  // an argument out of range
+inline constexpr errcode kNoHostError = -1;      // no host offers the operation, or an unknown failure
+inline constexpr errcode kDuplicateError = -48;  // the function is registered already
 
 // The interface's own exception: a host error inside an operation.
 struct _fmxcpt {
@@ -54,8 +54,8 @@ class Text {
     void AppendText(const Text& other, std::uint32_t position = 0, std::uint32_t size = kToEnd);
 
     // Writes the bytes of `size` units from `position` on to the buffer, terminated when there is room for it; bytes
-    // beyond `bufferSize` are left out, never in the middle of a character. A lone surrogate becomes U+FFFD in UTF-8; what
-    // Mac Roman lacks becomes '?'. kParameterError when the range lies outside the text.
+    // beyond `bufferSize` are left out, never in the middle of a character. A lone surrogate becomes U+FFFD in UTF-8;
+    // what Mac Roman lacks becomes '?'. kParameterError when the range lies outside the text.
     errcode GetBytes(char* buffer, std::uint32_t bufferSize, std::uint32_t position, std::uint32_t size,
                      Encoding encoding) const;
 
@@ -155,9 +155,9 @@ using ExternalFunction = errcode (*)(short funcId, const ExprEnv& env, const Dat
 // The environment of an expression, and the door to the host's function registry.
 class ExprEnv {
   public:
-    // Offers a function to the host's calculations. `flags`: 0xFF00 in all calculation dialogs, 0x0001 also on a server.
-    // maxParams -1 means any number. Fails with kDuplicateError for an (identifier, number) in use, kNoHostError without
-    // a host.
+    // Offers a function to the host's calculations. `flags`: 0xFF00 in all calculation dialogs, 0x0001 also on a
+    // server. maxParams -1 means any number. Fails with kDuplicateError for an (identifier, number) in use,
+    // kNoHostError without a host.
     static errcode RegisterExternalFunction(const QuadChar& pluginId, short funcId, const Text& name,
                                             const Text& prototype, short minParams, short maxParams,
                                             std::uint32_t flags, ExternalFunction function);

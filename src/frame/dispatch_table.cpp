@@ -34,7 +34,9 @@ const Table& table() {
 
 }  // namespace
 
-std::span<const Row* const> DispatchTable() { return {table().ordered.data(), table().count}; }
+std::span<const Row* const> DispatchTable() {
+    return {table().ordered.data(), table().count};
+}
 
 const Row* FindRow(std::string_view name) {
     const auto end = table().sorted.begin() + table().count;

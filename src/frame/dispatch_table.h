@@ -1,7 +1,8 @@
 // The dispatch table: every script function that QUIL_External reaches, in dispatch order, with its help.
 //
 // One row per function. Lookup, the bundle's function list, the command line's help and the reference document are all
-// made from these rows. The rows stand in one file per module; their order is that of the modules GLN1, VSTA, MENU, HBT.
+// made from these rows. The rows stand in one file per module; their order is that of the modules GLN1, VSTA, MENU,
+// HBT.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +13,8 @@
 namespace quil {
 
 // A script-function handler. `funcNum` is the id of the calling host function (2). `paramHandle` holds the parameter as
-// a null-terminated UTF-8 text, or is empty; its size is a capacity. `resultHandle` is empty on entry and takes the answer,
-// UTF-8 or Mac Roman, terminated or bare. The returned status is for direct callers; the dispatcher ignores it.
+// a null-terminated UTF-8 text, or is empty; its size is a capacity. `resultHandle` is empty on entry and takes the
+// answer, UTF-8 or Mac Roman, terminated or bare. The returned status is for direct callers; the dispatcher ignores it.
 using Handler = std::int32_t (*)(long funcNum, char** paramHandle, char** resultHandle);
 
 struct Row {

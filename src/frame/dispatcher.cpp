@@ -144,7 +144,9 @@ static void copyParameter(char** handle, const fmx::Text& text, unsigned long by
     fmx::_fmxcpt::Check(text.GetBytes(*handle, static_cast<std::uint32_t>(size), 0, units, encoding));
 }
 
-void MyCopyParameterString_UTF8(char** handle, const fmx::Text& text) { copyParameter(handle, text, 3, Encoding::utf8); }
+void MyCopyParameterString_UTF8(char** handle, const fmx::Text& text) {
+    copyParameter(handle, text, 3, Encoding::utf8);
+}
 
 void MyCopyParameterString_ASCII_Mac(char** handle, const fmx::Text& text) {
     copyParameter(handle, text, 1, Encoding::macRoman);

@@ -80,7 +80,9 @@ void Do_PluginIdle(unsigned char idleLevel) {
     }
 }
 
-void SafeIdle() { DoQuilIdleTasks(); }
+void SafeIdle() {
+    DoQuilIdleTasks();
+}
 
 void SemiSafeIdle(unsigned char idleLevel) {
     if (idleLevel == fmx::kIdleUserNotIdle) {
@@ -96,9 +98,13 @@ void DoQuilIdleTasks() {
     }
 }
 
-void ProvideNameString(unsigned short* buffer, unsigned long size) { ReadString(buffer, size, 1); }
+void ProvideNameString(unsigned short* buffer, unsigned long size) {
+    ReadString(buffer, size, 1);
+}
 
-void ProvidePreferencesString(unsigned short* buffer, unsigned long size) { ReadString(buffer, size, 2); }
+void ProvidePreferencesString(unsigned short* buffer, unsigned long size) {
+    ReadString(buffer, size, 2);
+}
 
 void ProvideConfigString(unsigned short* buffer, unsigned long /*size*/) {
     static constexpr char kConfiguration[] = "QUIL1nnYYnn";  // plug-in ID, '1', the host's six option flags
@@ -125,7 +131,9 @@ void Do_PluginGetString() {
     }
 }
 
-static fmx::QuadCharAutoPtr pluginID() { return fmx::QuadCharAutoPtr('Q', 'U', 'I', 'L'); }
+static fmx::QuadCharAutoPtr pluginID() {
+    return fmx::QuadCharAutoPtr('Q', 'U', 'I', 'L');
+}
 
 fmx::errcode RegisterExternalFunction(short funcId, short minParams, short maxParams, unsigned long flags,
                                       fmx::ExternalFunction function) {

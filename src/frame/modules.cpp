@@ -14,7 +14,9 @@ static constexpr ModuleHooks kModules[4] = {
 
 ModuleHooks gModules[4] = {kModules[0], kModules[1], kModules[2], kModules[3]};
 
-void resetModules() { std::copy(std::begin(kModules), std::end(kModules), std::begin(gModules)); }
+void resetModules() {
+    std::copy(std::begin(kModules), std::end(kModules), std::begin(gModules));
+}
 
 // The calculator keeps nothing between calls and no module watches anything yet, so there is nothing to start, to do
 // while the host idles, or to stop.

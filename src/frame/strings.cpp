@@ -9,7 +9,9 @@
 
 namespace quil {
 
-platform::BundleRef GetPluginBundle() { return static_cast<platform::BundleRef>(gFMX_ExternCallPtr->instance); }
+platform::BundleRef GetPluginBundle() {
+    return static_cast<platform::BundleRef>(gFMX_ExternCallPtr->instance);
+}
 
 unsigned long Sub_OSXLoadString(long stringNumber, unsigned short* buffer, long size) {
     if (buffer == nullptr || size <= 1) {
@@ -17,8 +19,7 @@ unsigned long Sub_OSXLoadString(long stringNumber, unsigned short* buffer, long 
     }
     char key[32];
     const int length = std::snprintf(key, sizeof key, "String%d", static_cast<int>(stringNumber));
-    const std::u16string value =
-        platform::machine().resources().localizedString(GetPluginBundle(), key, "Localizable");
+    const std::u16string value = platform::machine().resources().localizedString(GetPluginBundle(), key, "Localizable");
     const bool isKey = std::equal(value.begin(), value.end(), key, key + length,
                                   [](char16_t unit, char c) { return unit == static_cast<unsigned char>(c); });
     if (isKey || value.size() >= static_cast<std::size_t>(size) - 1) {

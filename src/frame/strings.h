@@ -9,8 +9,8 @@ namespace quil {
 // The plug-in's own bundle: the instance reference of the host's latest call.
 platform::BundleRef GetPluginBundle();
 
-// Loads a string into a buffer of `size` UTF-16 units. A text of size - 1 units or more is not copied at all: the buffer
-// is left empty, never cut.
+// Loads a string into a buffer of `size` UTF-16 units. A text of size - 1 units or more is not copied at all: the
+// buffer is left empty, never cut.
 void ReadString(unsigned short* buffer, unsigned long size, long stringNumber);
 // The same, returning the units copied; on failure 0 and the buffer as it was.
 unsigned long Sub_OSXLoadString(long stringNumber, unsigned short* buffer, long size);
