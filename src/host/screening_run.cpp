@@ -1,0 +1,202 @@
+#include "host/screening_run.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "host/plugin.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t kLongestParameter = 319;
+constexpr std::size_t kFootprintPoints = 25;
+
+// The field that carries the value which a check with this code rejects.
+std::string_view fieldOfCode(int code) {
+    switch (code) {
+        case 2:
+            return "level-of-concern";
+        case 3:
+            return "state";
+        case 4:
+            return "terrain";
+        case 5:
+        case 6:
+            return "wind";
+        case 7:
+        case 8:
+            return "amount";
+        case 9:
+            return "concentration";
+        case 10:
+            return "stability";
+        case 11:
+            return "solid-form";
+        case 12:
+            return "liquid-temperature";
+        case 13:
+            return "factor-ambient";
+        case 14:
+            return "factor-boiling";
+        case 15:
+            return "factor-molten";
+        case 16:
+            return "duration";
+        case 18:
+        case 19:
+            return "dike";
+        default:
+            return {};
+    }
+}
+
+std::string number(const std::optional<Measure>& measure) {
+    return measure ? calculatorNumber(*measure) : std::string();
+}
+
+std::string keyword(const std::optional<Measure>& measure) {
+    return measure ? std::string(measure->unit->keyword) : std::string();
+}
+
+// "ERROR 16 TRUE"; none for any other text.
+std::optional<Rejection> parseRejection(std::string_view answer) {
+    constexpr std::string_view prefix = "ERROR ";
+    if (!answer.starts_with(prefix)) {
+        return std::nullopt;
+    }
+    Rejection rejection;
+    const char* end = answer.data() + answer.size();
+    auto [rest, error] = std::from_chars(answer.data() + prefix.size(), end, rejection.code);
+    std::string_view flag(rest, static_cast<std::size_t>(end - rest));
+    if (error != std::errc() || (flag != " TRUE" && flag != " FALSE")) {
+        return std::nullopt;
+    }
+    rejection.correctable = flag == " TRUE";
+    rejection.field = fieldOfCode(rejection.code);
+    return rejection;
+}
+
+bool readNumber(std::string_view& text, double& value) {
+    auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc()) {
+        return false;
+    }
+    text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
+    return true;
+}
+
+bool readMark(std::string_view& text, char mark) {
+    if (!text.starts_with(mark)) {
+        return false;
+    }
+    text.remove_prefix(1);
+    return true;
+}
+
+}  // namespace
+
+FootprintPoint Footprint::widest() const {
+    auto wider = [](const FootprintPoint& a, const FootprintPoint& b) { return a.halfWidth < b.halfWidth; };
+    return points.empty() ? FootprintPoint{} : *std::max_element(points.begin(), points.end(), wider);
+}
+
+double metersPerUnit(const Scenario& scenario) {
+    return scenario.units == "km" ? 1000.0 : 1609.0;
+}
+
+std::string composeParameter(const Scenario& scenario) {
+    const std::string fields[] = {
+        scenario.screening ? "SCREENING" : "",
+        number(scenario.levelOfConcern),
+        std::string(scenario.state),
+        std::string(scenario.terrain),
+        number(scenario.wind),
+        keyword(scenario.wind),
+        number(scenario.amount),
+        keyword(scenario.amount),
+        number(scenario.concentration),
+        std::string(scenario.stability),
+        std::string(scenario.solidForm),
+        std::string(scenario.liquidTemperature),
+        number(scenario.factorAmbient),
+        number(scenario.factorBoiling),
+        number(scenario.factorMolten),
+        number(scenario.duration),
+        keyword(scenario.duration),
+        number(scenario.dike),
+        keyword(scenario.dike),
+        std::string(scenario.units),
+    };
+    std::string parameter;
+    for (const std::string& field : fields) {
+        parameter += parameter.empty() && &field == fields ? "" : "|";
+        parameter += field;
+    }
+    if (parameter.size() > kLongestParameter) {
+        throw HostError("the scenario's numbers have more digits than the calculator reads (" +
+                        std::to_string(kLongestParameter) + " characters in all); shorten them");
+    }
+    return parameter;
+}
+
+std::optional<Footprint> parseFootprint(std::string_view answer, std::string& problem) {
+    Footprint footprint;
+    if (!readNumber(answer, footprint.distance) || !readMark(answer, '\r')) {
+        problem = "the calculator gave no footprint";
+        return std::nullopt;
+    }
+    if (!std::isfinite(footprint.distance) || footprint.distance <= 0) {
+        problem = "the calculation found no distance downwind";
+        return std::nullopt;
+    }
+    while (!answer.empty()) {
+        FootprintPoint point;
+        if (!readNumber(answer, point.downwind) || !readMark(answer, ',') || !readNumber(answer, point.halfWidth) ||
+            !readMark(answer, '\r')) {
+            problem = "the calculator's footprint is cut short";
+            return std::nullopt;
+        }
+        if (!std::isfinite(point.downwind) || !std::isfinite(point.halfWidth) || point.downwind < 0 ||
+            point.halfWidth < 0) {
+            problem = "the calculator's footprint holds a value that is not a length";
+            return std::nullopt;
+        }
+        footprint.points.push_back(point);
+    }
+    if (footprint.points.size() != kFootprintPoints) {
+        problem = "the calculator's footprint is cut short";
+        return std::nullopt;
+    }
+    return footprint;
+}
+
+ScreeningResult runScreening(const Scenario& scenario, const Calculator& calculator) {
+    ScreeningResult result;
+    result.parameter = composeParameter(scenario);
+    calculator.takeMessages();
+    result.distance = calculator.ask("VSTACalculatePlumeDistance", result.parameter);
+    std::string messages = calculator.takeMessages();
+    if (result.distance.starts_with("ERROR ")) {
+        result.rejection = parseRejection(result.distance);
+        if (!result.rejection) {
+            throw HostError("VSTACalculatePlumeDistance answered \"" + printable(result.distance) +
+                            "\", which is none of its answers; is this the right plug-in?");
+        }
+        result.rejection->message = messages.empty() ? "rejected with \"" + result.distance + "\"" : messages;
+        result.distance.clear();
+        return result;
+    }
+    double value = 0;
+    std::string_view digits = result.distance;
+    bool capped = digits == "< .1" || digits == "> 10" || digits == "> 16";
+    if (!capped && (!readNumber(digits, value) || !digits.empty())) {
+        throw HostError("VSTACalculatePlumeDistance answered \"" + printable(result.distance) +
+                        "\", which is none of its answers; is this the right plug-in?" +
+                        (messages.empty() ? "" : " It said: " + messages));
+    }
+    result.footprint = parseFootprint(calculator.ask("VSTAGetPlumePoints", result.parameter), result.problem);
+    return result;
+}
+
+}  // namespace host
