@@ -1,0 +1,484 @@
+// What happens when the Nth allocation, or the Nth file call, of a script of calls fails: for every N, the call ends in
+// full success or in the outcome that is documented for it, leaves nothing behind but what is documented, and works the
+// next time.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <new>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "fmx/call_record.h"
+#include "fmx/host.h"
+#include "frame/entry.h"
+#include "platform/bundle.h"
+#include "platform/linux/linux_machine.h"
+#include "platform/scripted/scripted_machine.h"
+#include "util/fhandle.h"
+#include "util/file_io.h"
+#include "util/memory.h"
+
+namespace {
+
+// Counts allocations, of the plug-in's buffers and of C++ alike, and makes some fail.
+struct Memory {
+    enum class Mode { never, once, fromThenOn };
+    Mode mode = Mode::never;
+    long failAt = 0;        // counted from 0
+    long seen = 0;          // allocations since arm()
+    long blocks = 0;        // of C++, alive
+    long bufferBlocks = 0;  // of the plug-in's buffers, alive
+
+    void arm(Mode how, long n) {
+        mode = how;
+        failAt = n;
+        seen = 0;
+    }
+    // Whether the failure was met.
+    bool disarm() {
+        mode = Mode::never;
+        return seen > failAt;
+    }
+    bool allowed() {
+        if (mode == Mode::never) {
+            return true;
+        }
+        const long number = seen++;
+        return mode == Mode::once ? number != failAt : number < failAt;
+    }
+};
+Memory gMemory;
+std::set<void*>* gBuffers = nullptr;  // the plug-in's buffers that are alive; its own memory is not counted
+
+void* newBlock(std::size_t size) {
+    if (!gMemory.allowed()) {
+        return nullptr;
+    }
+    void* block = std::malloc(size == 0 ? 1 : size);
+    gMemory.blocks += block != nullptr ? 1 : 0;
+    return block;
+}
+
+void deleteBlock(void* block) {
+    gMemory.blocks -= block != nullptr ? 1 : 0;
+    std::free(block);
+}
+
+// The bookkeeping below allocates too, and must neither fail nor count.
+template <class F>
+void aside(F&& f) {
+    const Memory kept = gMemory;
+    gMemory.mode = Memory::Mode::never;
+    f();
+    gMemory = kept;
+}
+
+void* allocateBuffer(std::size_t bytes) {
+    if (!gMemory.allowed()) {
+        return nullptr;
+    }
+    void* block = std::calloc(bytes, 1);
+    aside([block] { gBuffers->insert(block); });
+    return block;
+}
+
+void releaseBuffer(void* block) {
+    aside([block] { gBuffers->erase(block); });
+    std::free(block);
+}
+
+constexpr quil::Allocator kSweepAllocator = {allocateBuffer, releaseBuffer};
+
+}  // namespace
+
+// Aligned forms are not used by the code under test and stay the library's.
+void* operator new(std::size_t size) {
+    if (void* block = newBlock(size)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return newBlock(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return newBlock(size);
+}
+void operator delete(void* block) noexcept {
+    deleteBlock(block);
+}
+void operator delete[](void* block) noexcept {
+    deleteBlock(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    deleteBlock(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    deleteBlock(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+    deleteBlock(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+    deleteBlock(block);
+}
+
+namespace {
+
+constexpr fmx::errcode kMemFull = -108;
+constexpr fmx::errcode kNullHandle = -1;
+constexpr long kBlocksPerHandle = 2;  // record and data
+constexpr short kExternalFunction = 2;
+
+class Registry : public fmx::FunctionRegistry {
+  public:
+    fmx::errcode registerFunction(const fmx::QuadChar&, short funcId, const fmx::Text&, const fmx::Text&, short, short,
+                                  std::uint32_t, fmx::ExternalFunction function) override {
+        functions[funcId] = function;
+        return fmx::kNoError;
+    }
+    fmx::errcode unregisterFunction(const fmx::QuadChar&, short funcId) override {
+        return functions.erase(funcId) == 1 ? fmx::kNoError : fmx::kParameterError;
+    }
+    std::map<short, fmx::ExternalFunction> functions;
+};
+
+struct Outcome {
+    fmx::errcode code = 0;
+    bool answered = false;
+    std::u16string text;
+    std::vector<std::string> alerts;
+
+    bool operator==(const Outcome&) const = default;
+};
+
+class SweepTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        static std::set<void*> sBuffers;
+        gBuffers = &sBuffers;
+        std::string pattern = (std::filesystem::temp_directory_path() / "quil-sweep-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        platform::LinuxOptions options;
+        options.volumes = {{"Disk", folder_}};
+        options.application = "Disk:Host";
+        files_ = platform::makeLinuxFiles(options);
+        resources_ = platform::makeBundleResources();
+        platform::ScriptedOptions scripted;
+        scripted.application = options.application;
+        machine_ = std::make_unique<platform::ScriptedMachine>(*files_, *resources_, scripted);
+        platform::installMachine(machine_.get());
+        std::string error;
+        bundle_ = platform::openBundle(QUIL_BINARY_DIR "/QUIL.fmplugin", error);
+        ASSERT_NE(bundle_, nullptr) << error;
+        resources_->useBundle(bundle_.get());
+        record_.instance = bundle_.get();
+        record_.hostVersion = 60;
+        fmx::installFunctionRegistry(&registry_);
+        quil::setAllocator(&kSweepAllocator);
+        ASSERT_EQ(callEntry(fmx::kCallInit), fmx::kExtensionVersion);
+    }
+    void TearDown() override {
+        callEntry(fmx::kCallShutdown);
+        fmx::installFunctionRegistry(nullptr);
+        platform::installMachine(nullptr);
+        EXPECT_TRUE(gBuffers->empty());
+        quil::setAllocator(nullptr);
+        std::filesystem::remove_all(folder_);
+    }
+
+    std::intptr_t callEntry(std::uint8_t selector) {
+        record_.selector = selector;
+        record_.result = 0;
+        FMExternCallProc(&record_);
+        return record_.result;
+    }
+
+    std::vector<std::string> alertTexts() {
+        std::vector<std::string> texts;
+        for (const platform::AlertEffect& alert : machine_->takeEffects().alerts) {
+            texts.push_back(alert.message);
+        }
+        return texts;
+    }
+
+    // Evaluates QUIL_External with allocation `n` failing.
+    Outcome evaluate(const std::vector<std::string>& texts, Memory::Mode mode = Memory::Mode::never, long n = 0) {
+        fmx::DataVect parameters;
+        parameters.Resize(static_cast<std::uint32_t>(texts.size()));
+        for (std::uint32_t i = 0; i < parameters.Size(); ++i) {
+            fmx::Text text;
+            text.AssignBytes(texts[i], fmx::Text::Encoding::utf8);
+            parameters.Mutable(i).SetAsText(text, fmx::Locale());
+        }
+        fmx::Data result;
+        Outcome outcome;
+        const fmx::ExternalFunction function = registry_.functions.at(kExternalFunction);
+        gMemory.arm(mode, n);
+        outcome.code = fmx::Evaluate(function, kExternalFunction, fmx::ExprEnv(), parameters, result);
+        failureMet_ = gMemory.disarm();
+        outcome.answered = result.GetNativeType() == fmx::Data::NativeType::text;
+        outcome.text = result.GetAsText().units();
+        outcome.alerts = alertTexts();
+        return outcome;
+    }
+
+    // The handles that a call left behind; takes them back.
+    static long takeBackHandles() {
+        const auto left = static_cast<long>(gBuffers->size());
+        for (void* block : *gBuffers) {
+            std::free(block);
+        }
+        aside([] { gBuffers->clear(); });
+        EXPECT_EQ(left % kBlocksPerHandle, 0) << "half a handle was left behind";
+        return left / kBlocksPerHandle;
+    }
+
+    std::string folder_;
+    std::unique_ptr<platform::Files> files_;
+    std::unique_ptr<platform::Resources> resources_;
+    std::unique_ptr<platform::ScriptedMachine> machine_;
+    std::unique_ptr<platform::Bundle> bundle_;
+    Registry registry_;
+    fmx::CallRecord record_;
+    bool failureMet_ = false;
+};
+
+constexpr char kGas[] = "SCREEN|0.0087|G|OPEN|3.35|MPH|150|LBS|100|F||||||10|MINUTES|||MI";
+constexpr char kNoAmount[] = "SCREEN|0.0087|G|OPEN|3.35|MPH||LBS|100|F||||||10|MINUTES|||MI";
+
+const std::vector<std::vector<std::string>> kScript = {
+    {"VSTACalculatePlumeDistance", kGas},
+    {"VSTAGetPlumePoints", kGas},
+    {"VSTACalculatePlumeDistance", kNoAmount},
+    {"VSTAGetPlumePoints", kNoAmount},
+    {"VSTACalculatePlumeDistance", ""},
+    {"No such function", "a text that is longer than what a string holds in itself"},
+    {"only a name"},
+};
+
+// What one failed allocation may make of a call. `usual` is the call's outcome in full health, `empty` that of the same
+// function with an empty parameter.
+void expectDocumented(const Outcome& outcome, const Outcome& usual, const Outcome& empty, long handlesLeft) {
+    if (outcome.code == kNullHandle) {
+        // There was no result handle; the name and the parameter stay behind.
+        EXPECT_FALSE(outcome.answered);
+        EXPECT_EQ(handlesLeft, 2);
+        return;
+    }
+    if (outcome.code == kMemFull) {
+        // Either the call ended at once and left its three handles, or only setting the result failed.
+        EXPECT_FALSE(outcome.answered);
+        EXPECT_TRUE(handlesLeft == 3 || handlesLeft == 0) << handlesLeft;
+        return;
+    }
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_TRUE(outcome.answered);
+    EXPECT_EQ(handlesLeft, 0);
+    if (outcome == usual || outcome == empty) {
+        return;  // `empty`: the parameter could not be copied
+    }
+    if (outcome.text == usual.text || outcome.text == empty.text) {
+        EXPECT_TRUE(outcome.alerts.empty()) << outcome.alerts.front();  // an alert that could not be shown
+        return;
+    }
+    EXPECT_TRUE(outcome.text.empty());
+    bool told = false;
+    for (const std::string& alert : outcome.alerts) {
+        told = told || alert.find("Not enough memory") != std::string::npos;
+    }
+    EXPECT_TRUE(told) << "want of memory was not reported";
+}
+
+TEST_F(SweepTest, AFailedAllocationEndsACallInSuccessOrInItsDocumentedOutcome) {
+    for (const auto& call : kScript) {
+        SCOPED_TRACE(call.front());
+        const Outcome usual = evaluate(call);  // also fills what is made once, on first use
+        const Outcome empty = call.size() == 2 ? evaluate({call[0], ""}) : usual;
+        ASSERT_TRUE(usual.answered);
+        long n = 0;
+        for (;; ++n) {
+            SCOPED_TRACE("allocation " + std::to_string(n));
+            const long blocksBefore = gMemory.blocks;
+            {
+                const Outcome outcome = evaluate(call, Memory::Mode::once, n);
+                if (!failureMet_) {
+                    EXPECT_EQ(outcome, usual);
+                    break;
+                }
+                expectDocumented(outcome, usual, empty, takeBackHandles());
+            }
+            EXPECT_EQ(gMemory.blocks, blocksBefore) << "memory was left behind";
+            ASSERT_EQ(evaluate(call), usual) << "the next call does not work";
+            ASSERT_FALSE(HasFailure());
+            ASSERT_LT(n, 100000);
+        }
+        // A call of two parameters allocates six times for its handles alone.
+        EXPECT_GT(n, call.size() == 2 ? 6 : 0);
+    }
+}
+
+TEST_F(SweepTest, MemoryThatStaysOutEndsACallWithoutHarm) {
+    for (const auto& call : kScript) {
+        SCOPED_TRACE(call.front());
+        const Outcome usual = evaluate(call);
+        for (long n = 0;; ++n) {
+            SCOPED_TRACE("from allocation " + std::to_string(n));
+            const long blocksBefore = gMemory.blocks;
+            {
+                const Outcome outcome = evaluate(call, Memory::Mode::fromThenOn, n);
+                if (!failureMet_) {
+                    break;
+                }
+                EXPECT_TRUE(outcome.code == 0 || outcome.code == kMemFull || outcome.code == kNullHandle)
+                    << outcome.code;
+                EXPECT_LE(takeBackHandles(), outcome.code == 0 ? 0 : 3);
+            }
+            EXPECT_EQ(gMemory.blocks, blocksBefore) << "memory was left behind";
+            ASSERT_EQ(evaluate(call), usual) << "the next call does not work";
+            ASSERT_FALSE(HasFailure());
+            ASSERT_LT(n, 100000);
+        }
+    }
+}
+
+TEST_F(SweepTest, AFailedAllocationEndsTheInitialisationWithTwoFunctionsOrWithNone) {
+    for (const Memory::Mode mode : {Memory::Mode::once, Memory::Mode::fromThenOn}) {
+        callEntry(fmx::kCallShutdown);
+        for (long n = 0;; ++n) {
+            SCOPED_TRACE("allocation " + std::to_string(n));
+            gMemory.arm(mode, n);
+            const std::intptr_t result = callEntry(fmx::kCallInit);
+            const bool met = gMemory.disarm();
+            if (result == fmx::kExtensionVersion) {
+                EXPECT_EQ(registry_.functions.size(), 2U);
+                EXPECT_EQ(quil::gPlugInInitialized, 1);
+                callEntry(fmx::kCallShutdown);
+            } else {
+                EXPECT_EQ(result, fmx::kDoNotEnable);
+                EXPECT_EQ(quil::gPlugInInitialized, 0);
+            }
+            EXPECT_TRUE(registry_.functions.empty());
+            ASSERT_FALSE(HasFailure());
+            if (!met) {
+                break;
+            }
+            ASSERT_LT(n, 100000);
+        }
+        ASSERT_EQ(callEntry(fmx::kCallInit), fmx::kExtensionVersion);
+    }
+}
+
+std::string contentsOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+long openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// Sets a fault for call `after` of the operation; the sweep ends when it was not met.
+class FileSweepTest : public SweepTest {
+  protected:
+    static constexpr platform::Status kFault = -36;
+
+    void setFault(const char* operation, std::uint32_t after) {
+        machine_->state().faults = {{operation, kFault, 1, after}};
+    }
+    bool takeFault() {
+        const bool met = machine_->state().faults.empty();
+        machine_->state().faults.clear();
+        return met;
+    }
+    // Runs `round` with each call of each operation failing, and returns how many rounds met their fault.
+    template <class Round>
+    int sweep(Round&& round) {
+        int met = 0;
+        for (const char* operation : {"finderInfo", "open", "size", "seek", "read", "write", "create", "delete"}) {
+            for (std::uint32_t after = 0;; ++after) {
+                SCOPED_TRACE(std::string(operation) + " " + std::to_string(after));
+                const long descriptors = openDescriptors();
+                setFault(operation, after);
+                round();
+                EXPECT_EQ(openDescriptors(), descriptors) << "a file was left open";
+                if (HasFailure() || !takeFault()) {
+                    break;
+                }
+                ++met;
+            }
+        }
+        return met;
+    }
+};
+
+TEST_F(FileSweepTest, AFailedFileCallEndsAWriteInTheWholeTextOrInAReportedCode) {
+    const std::string path = folder_ + "/a.txt";
+    const int met = sweep([&] {
+        std::filesystem::remove(path);
+        std::ofstream(path) << "old";
+        const std::int32_t code = quil::WriteCStringToFile("Disk:a.txt", "new text");
+        const std::vector<std::string> alerts = alertTexts();
+        if (code == 0) {
+            EXPECT_EQ(contentsOf(path), "new text");
+            EXPECT_TRUE(alerts.empty());
+        } else {
+            EXPECT_TRUE(code == 3 || code == kFault) << code;
+            ASSERT_EQ(alerts.size(), 1U);
+            EXPECT_NE(alerts[0].find("Error writing to file:\rDisk:a.txt"), std::string::npos) << alerts[0];
+        }
+    });
+    EXPECT_GE(met, 2);  // opening and writing
+    EXPECT_EQ(quil::WriteCStringToFile("Disk:a.txt", "new text"), 0);
+}
+
+TEST_F(FileSweepTest, AFailedFileCallEndsAnAppendInTheWholeTextOrInAReportedCode) {
+    const std::string path = folder_ + "/a.txt";
+    const int met = sweep([&] {
+        std::filesystem::remove(path);
+        std::ofstream(path) << "old";
+        const std::int32_t code = quil::AppendBufferToFile("Disk:a.txt", " and new", 8);
+        const std::vector<std::string> alerts = alertTexts();
+        if (code == 0) {
+            EXPECT_EQ(contentsOf(path), "old and new");
+            EXPECT_TRUE(alerts.empty());
+        } else {
+            EXPECT_TRUE(code == 3 || code == kFault) << code;
+            EXPECT_EQ(contentsOf(path).substr(0, 3), "old");
+            EXPECT_EQ(alerts.size(), 1U);
+        }
+    });
+    EXPECT_GE(met, 2);
+}
+
+TEST_F(FileSweepTest, AFailedFileCallEndsAReadInTheWholeFileOrInNothingWithAReport) {
+    std::ofstream(folder_ + "/a.txt") << "contents";
+    const int met = sweep([&] {
+        char** handle = quil::ReadFileIntoTerminatedFHandle("Disk:a.txt", true);
+        const std::vector<std::string> alerts = alertTexts();
+        if (handle != nullptr) {
+            EXPECT_EQ(quil::FHandleText(handle), "contents");
+            EXPECT_TRUE(alerts.empty());
+            quil::DisposeAndClearFHandle(&handle);
+        } else {
+            ASSERT_EQ(alerts.size(), 1U);
+            EXPECT_NE(alerts[0].find("\rDisk:a.txt"), std::string::npos) << alerts[0];
+        }
+        EXPECT_TRUE(gBuffers->empty());
+    });
+    EXPECT_GE(met, 3);  // opening, asking the size, reading
+}
+
+}  // namespace
