@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -146,6 +147,29 @@ std::size_t countCharacters(const Byte* bytes, std::size_t size) {
         std::count_if(bytes, bytes + size, [](Byte byte) { return !isContinuation(byte); }));
 }
 
+constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
+
+// Number of ASCII bytes in front of the first high byte of eight; 7 when there is none.
+unsigned asciiBytesInFront(const Byte* bytes) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes, 8);
+    if constexpr (std::endian::native == std::endian::little) {
+        return static_cast<unsigned>(std::countr_zero((word & kHighBits) | 1ULL << 63)) / 8;
+    } else {
+        return static_cast<unsigned>(std::countl_zero((word & kHighBits) | 0x80U)) / 8;
+    }
+}
+
+// The byte of a set for the character at `in`, which is not ASCII, and moves `in` behind it; 0 when the set lacks the
+// character or it is malformed. Two bytes must follow the first. No branch depends on the length, which is not
+// predictable.
+Byte takeHighCharacter(const charset::FromUtf8& table, const Byte*& in) {
+    const Byte* const next = in + 3 - (in[0] < 0xE0);
+    const std::uint8_t page = table.pageOf[table.rowOf[in[0]]][in[1]];
+    in = next;
+    return table.pages[page][next[-1]];
+}
+
 void convertFromUtf8(const charset::FromUtf8& table, const char* src, char* dest, long destSize) {
     if (destSize <= 0) {
         return;
@@ -161,31 +185,43 @@ void convertFromUtf8(const charset::FromUtf8& table, const char* src, char* dest
         return;
     }
     // Only a well-formed character finds a byte in the table, so the text needs no check of its own; and as a malformed
-    // one ends the conversion, there is room for every byte that is stored.
+    // one ends the conversion, no more bytes are stored than were counted.
     const Byte* const inEnd = in + length;
     char* out = dest;
-    while (in < inEnd) {
-        if (static_cast<std::size_t>(inEnd - in) >= kBlock && isAsciiBlock(in)) {
+    char* const outEnd = dest + room;
+
+    // Words of eight bytes of which those in front of the first high one count. What is stored beyond is overwritten,
+    // for the last 32 bytes are at least 11 characters.
+    while (inEnd - in >= 32 && outEnd - out >= 16) {
+        if (isAsciiBlock(in)) {
             std::memcpy(out, in, kBlock);
             out += kBlock;
             in += kBlock;
             continue;
         }
-        const Byte lead = in[0];
-        if (lead < 0x80) {
-            *out++ = static_cast<char>(lead);
-            ++in;
-            continue;
+        std::memcpy(out, in, 8);
+        const unsigned ascii = asciiBytesInFront(in);
+        in += ascii;
+        out += ascii;
+        while (*in >= 0x80) {
+            const Byte found = takeHighCharacter(table, in);
+            if (found == 0) {
+                dest[0] = 0;
+                return;
+            }
+            *out++ = static_cast<char>(found);
+            if (inEnd - in < 3) {
+                break;
+            }
         }
-        // The text's terminator stops the look ahead: it is no continuation byte.
-        Byte found = 0;
-        if (lead >= 0xC2 && lead < 0xE0 && isContinuation(in[1])) {
-            found = table.pages[table.pageOf[lead & 0x1FU]][in[1] & 0x3FU];
-            in += 2;
-        } else if (lead >= 0xE0 && lead < 0xF0 && isContinuation(in[1]) && isContinuation(in[2])) {
-            const unsigned page = (lead & 0x0FU) << 6 | (in[1] & 0x3FU);
-            found = page < 0x20 ? Byte{0} : table.pages[table.pageOf[page]][in[2] & 0x3FU];
-            in += 3;
+    }
+    while (in < inEnd) {
+        Byte found = *in;
+        if (found < 0x80) {
+            ++in;
+        } else {
+            // The look ahead ends at the terminator, which is no continuation byte.
+            found = inEnd - in >= 2 ? takeHighCharacter(table, in) : Byte{0};
         }
         if (found == 0) {
             dest[0] = 0;

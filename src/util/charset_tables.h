@@ -73,22 +73,34 @@ consteval ToUtf8 makeToUtf8(const HighHalf& set) {
     return forms;
 }
 
-// The way back, in pages of 64 characters, which are what one continuation byte tells apart. Page 0 has no characters,
-// and a byte of 0 means that the set lacks the character.
+// The way back, as a tree of three levels: the first byte of a character gives a row, the second a page, the last (for
+// a form of two bytes the second again) the byte of the set. Row and page 0 are empty, and whatever is malformed or
+// lacks an equivalent ends in a 0, so that a look-up needs no check of its own.
 struct FromUtf8 {
-    std::array<std::uint8_t, 1024> pageOf;  // by character / 64
-    std::array<std::array<std::uint8_t, 64>, 24> pages;
+    std::array<std::uint8_t, 256> rowOf;
+    std::array<std::array<std::uint8_t, 256>, 16> pageOf;
+    std::array<std::array<std::uint8_t, 256>, 24> pages;
 };
 
 consteval FromUtf8 makeFromUtf8(const HighHalf& set) {
     FromUtf8 table{};
-    std::uint8_t used = 1;
-    for (unsigned i = 0; i < 128; ++i) {
-        std::uint8_t& page = table.pageOf[set[i] / 64];
-        if (page == 0) {
-            page = used++;  // the array's bounds are checked by the compiler
+    const ToUtf8 forms = makeToUtf8(set);
+    std::uint8_t rows = 1;  // the compiler checks the bounds of the arrays
+    std::uint8_t pages = 1;
+    for (unsigned byte = 0x80; byte < 0x100; ++byte) {
+        const Utf8Form& form = forms[byte];
+        std::uint8_t& row = table.rowOf[form.bytes[0]];
+        if (row == 0) {
+            row = rows++;
         }
-        table.pages[page][set[i] % 64] = static_cast<std::uint8_t>(0x80 + i);
+        std::uint8_t& page = table.pageOf[row][form.bytes[1]];
+        if (page == 0) {
+            page = pages++;
+            if (form.length == 2) {
+                table.pageOf[row].fill(page);
+            }
+        }
+        table.pages[page][form.bytes[form.length - 1]] = static_cast<std::uint8_t>(byte);
     }
     return table;
 }
