@@ -362,8 +362,8 @@ Session::InstalledMachine::~InstalledMachine() {
 }
 
 Session::Session(Context& context) : machine_((readEnvironment(context), context.machine)), plugin_(bundleOf(context)) {
-    if (!plugin_.bundle().problems.empty()) {
-        fail(0, "warning: " + plugin_.bundle().problems);
+    if (const std::string_view problems = plugin_.bundle().problems; !problems.empty()) {
+        fail(0, "warning: the bundle's strings are damaged:\n" + std::string(problems.substr(0, problems.size() - 1)));
     }
     const std::int32_t result = plugin_.initialize();
     const std::string name = "the plug-in \"" + plugin_.bundle().directory + "\"";

@@ -22,7 +22,11 @@ std::vector<FunctionHelp> readFunctionList(const std::string& bundleDirectory) {
     }
     try {
         std::vector<FunctionHelp> list;
-        for (const auto& item : nlohmann::json::parse(text)) {
+        const auto document = nlohmann::json::parse(text);
+        if (!document.is_array()) {
+            throw HostError("the function list \"" + file + "\" is no list; install the bundle again");
+        }
+        for (const auto& item : document) {
             FunctionHelp help{item.at("name"),   item.at("module"), item.at("summary"),          item.at("parameter"),
                               item.at("result"), item.at("errors"), item.at("exampleParameter"), std::nullopt};
             if (const auto& result = item.at("exampleResult"); !result.is_null()) {

@@ -209,11 +209,15 @@ Answer Plugin::evaluate(std::string_view function, const std::vector<std::string
                                     [function](const RegisteredFunction& item) { return item.name == function; });
     if (found == functions_.end()) {
         if (!functions_.empty() && !bundle_->tables.contains("Localizable")) {
-            throw HostError("the plug-in bundle " + quoted(bundle_->directory) +
-                            " has no strings, so its functions have no names: " +
-                            (bundle_->problems.empty() ? "\"Contents/Resources/English.lproj/Localizable.strings\" is "
-                                                         "missing; install the bundle again"
-                                                       : bundle_->problems));
+            std::string reason =
+                "\"" + bundle_->directory + "/Contents/Resources/English.lproj/Localizable.strings\" is missing\n";
+            if (!bundle_->problems.empty()) {
+                reason = bundle_->problems;
+            }
+            reason.pop_back();
+            std::replace(reason.begin(), reason.end(), '\n', ';');
+            throw HostError("the plug-in bundle has no strings, so its functions have no names: " + reason +
+                            "; install the bundle again");
         }
         throw HostError("the plug-in has not registered a function " + quoted(function) +
                         (initialized_ ? "" : "; it is not initialised"));
