@@ -1,0 +1,249 @@
+// Open forks of LinuxFiles: regular files only, never waited for.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+#include "platform/linux/errors.h"
+#include "platform/linux/linux_files.h"
+#include "platform/linux/names.h"
+#include "platform/linux/volumes.h"
+
+namespace platform {
+
+LinuxFiles::~LinuxFiles() {
+    for (const Fork& fork : forks_) {
+        if (fork.descriptor >= 0) {
+            ::close(fork.descriptor);
+        }
+    }
+}
+
+LinuxFiles::Fork* LinuxFiles::fork(FileRef ref) {
+    if (ref <= 0 || static_cast<std::size_t>(ref) > forks_.size()) {
+        return nullptr;
+    }
+    Fork& fork = forks_[static_cast<std::size_t>(ref) - 1];
+    return fork.descriptor < 0 ? nullptr : &fork;
+}
+
+// Opens a regular file. It is looked at first, because opening is already an act on a device or a pipe, and again once
+// it is open, because it may have become another one in between.
+Status LinuxFiles::openPath(const std::string& path, int flags, FileRef& ref) {
+    const int access = flags & O_ACCMODE;
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0) {
+        if (!S_ISREG(status.st_mode)) {
+            return notAFileErr;
+        }
+        if (access != O_RDONLY && isLocked(status)) {
+            return fLckdErr;  // the superuser too: permissions do not hold it, the lock does
+        }
+    } else if (errno != ENOENT || (flags & O_CREAT) == 0) {
+        return statusOf(errno);
+    }
+
+    auto slot = std::find_if(forks_.begin(), forks_.end(), [](const Fork& fork) { return fork.descriptor < 0; });
+    if (slot == forks_.end()) {
+        if (forks_.size() >= static_cast<std::size_t>(std::numeric_limits<FileRef>::max())) {
+            return tmfoErr;
+        }
+        slot = forks_.insert(forks_.end(), Fork());
+    }
+    int descriptor = -1;
+    do {
+        descriptor = ::open(path.c_str(), (flags & ~O_TRUNC) | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0666);
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0) {
+        return statusOf(errno);
+    }
+    int error = fstat(descriptor, &status) == 0 ? 0 : errno;
+    if (error == 0 && S_ISREG(status.st_mode) && (flags & O_TRUNC) != 0) {
+        error = ftruncate(descriptor, 0) == 0 ? 0 : errno;
+    }
+    if (error != 0 || !S_ISREG(status.st_mode)) {
+        ::close(descriptor);
+        return error != 0 ? statusOf(error) : notAFileErr;
+    }
+    *slot = {descriptor, access != O_WRONLY, access != O_RDONLY};
+    ref = static_cast<FileRef>(slot - forks_.begin() + 1);
+    return noErr;
+}
+
+Status LinuxFiles::openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) {
+    return guarded([&] {
+        Place found;
+        const Status status = locate(spec, found);
+        if (status != noErr) {
+            return status;
+        }
+        const int access = permission == ForkPermission::read    ? O_RDONLY
+                           : permission == ForkPermission::write ? O_WRONLY
+                                                                 : O_RDWR;
+        return openPath(found.path, access, ref);
+    });
+}
+
+// Where "/Volumes/NAME/..." is. Below the volume each component is looked up as it stands, then in any letter case; the
+// last one need not exist. Other paths, and those of volumes that are not known, stay as they are.
+Status LinuxFiles::volumePath(std::string_view posixPath, std::string& path) const {
+    static constexpr std::string_view prefix = "/Volumes/";
+    path = posixPath;
+    if (posixPath.find('\0') != std::string_view::npos) {
+        return bdNamErr;
+    }
+    if (!posixPath.starts_with(prefix)) {
+        return noErr;
+    }
+    std::vector<std::string_view> names;
+    for (std::string_view rest = posixPath.substr(prefix.size()); !rest.empty();) {
+        const std::string_view name = rest.substr(0, rest.find('/'));
+        rest.remove_prefix(std::min(name.size() + 1, rest.size()));
+        if (!name.empty() && name != ".") {
+            names.push_back(name);
+        }
+    }
+    const std::size_t volume = names.empty() ? volumes_.size() : volumeNamed(volumes_, exchanged(names[0]));
+    if (volume == volumes_.size()) {
+        return noErr;
+    }
+    path = roots_[volume].path;
+    std::size_t depth = 0;
+    for (std::size_t i = 1; i < names.size(); ++i) {
+        if (names[i] == "..") {
+            if (depth == 0) {
+                return fnfErr;  // what is above a volume is no folder of this machine
+            }
+            --depth;
+            path += "/..";
+            continue;
+        }
+        std::string found(names[i]);
+        struct stat item {};
+        const int error = findItem(path, names[i], found, item);
+        if (error != 0) {
+            found = names[i];
+            if (error != ENOENT || i + 1 != names.size()) {
+                return statusOf(error);
+            }
+        }
+        ++depth;
+        path.append("/").append(found);
+    }
+    if (posixPath.ends_with('/')) {
+        path += '/';  // a folder is meant
+    }
+    return noErr;
+}
+
+Status LinuxFiles::openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) {
+    return guarded([&] {
+        std::string path;
+        const Status status = volumePath(posixPath, path);
+        if (status != noErr) {
+            return status;
+        }
+        const int flags = mode == PosixMode::read      ? O_RDONLY
+                          : mode == PosixMode::replace ? O_WRONLY | O_CREAT | O_TRUNC
+                                                       : O_WRONLY | O_CREAT | O_APPEND;
+        return openPath(path, flags, ref);
+    });
+}
+
+Status LinuxFiles::getEOF(FileRef ref, std::int64_t& size) {
+    const Fork* open = fork(ref);
+    struct stat status {};
+    if (open == nullptr) {
+        return rfNumErr;
+    }
+    if (fstat(open->descriptor, &status) != 0) {
+        return statusOf(errno);
+    }
+    size = status.st_size;
+    return noErr;
+}
+
+// Past the end is the end and eofErr, before the start is posErr, as the File Manager has it.
+Status LinuxFiles::setPosition(FileRef ref, std::int64_t fromStart) {
+    std::int64_t size = 0;
+    const Status status = getEOF(ref, size);
+    if (status != noErr) {
+        return status;
+    }
+    if (fromStart < 0) {
+        return posErr;
+    }
+    if (lseek(fork(ref)->descriptor, std::min(fromStart, size), SEEK_SET) < 0) {
+        return statusOf(errno);
+    }
+    return fromStart > size ? eofErr : noErr;
+}
+
+Status LinuxFiles::setPositionAtEnd(FileRef ref) {
+    const Fork* open = fork(ref);
+    if (open == nullptr) {
+        return rfNumErr;
+    }
+    return lseek(open->descriptor, 0, SEEK_END) < 0 ? statusOf(errno) : noErr;
+}
+
+Status LinuxFiles::read(FileRef ref, std::span<char> buffer, std::size_t& count) {
+    count = 0;
+    const Fork* open = fork(ref);
+    if (open == nullptr) {
+        return rfNumErr;
+    }
+    if (!open->reads) {
+        return permErr;
+    }
+    while (count < buffer.size()) {
+        const ssize_t got = ::read(open->descriptor, buffer.data() + count, buffer.size() - count);
+        if (got == 0) {
+            return eofErr;
+        }
+        if (got > 0) {
+            count += static_cast<std::size_t>(got);
+        } else if (errno != EINTR) {
+            return statusOf(errno);
+        }
+    }
+    return noErr;
+}
+
+Status LinuxFiles::write(FileRef ref, std::span<const char> bytes, std::size_t& count) {
+    count = 0;
+    const Fork* open = fork(ref);
+    if (open == nullptr) {
+        return rfNumErr;
+    }
+    if (!open->writes) {
+        return permErr;
+    }
+    while (count < bytes.size()) {
+        const ssize_t put = ::write(open->descriptor, bytes.data() + count, bytes.size() - count);
+        if (put == 0) {
+            return dskFulErr;
+        }
+        if (put > 0) {
+            count += static_cast<std::size_t>(put);
+        } else if (errno != EINTR) {
+            return statusOf(errno);
+        }
+    }
+    return noErr;
+}
+
+Status LinuxFiles::close(FileRef ref) {
+    Fork* open = fork(ref);
+    if (open == nullptr) {
+        return rfNumErr;
+    }
+    const int descriptor = open->descriptor;
+    *open = Fork();
+    // An interrupted close has closed all the same.
+    return ::close(descriptor) == 0 || errno == EINTR ? noErr : statusOf(errno);
+}
+
+}  // namespace platform
