@@ -191,7 +191,7 @@ TEST(Model, AgreesWithBisectionWhereverNewtonsMethodSettles) {
             EXPECT_LT(meters, reach);
         }
     }
-    EXPECT_EQ(unsettled, 1914);
+    EXPECT_NEAR(unsettled, 1914, 5);  // of 20,000; the mathematical functions may differ in the last bit
 }
 
 // Distances, widest half-widths: worked out apart from this program, from the formulas.
