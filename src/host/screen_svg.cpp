@@ -73,12 +73,12 @@ std::vector<Glyph> glyphsOf(std::string_view text) {
                                                    : lead < 0xF0 ? 3
                                                                  : 4,
                                                    text.size() - i);
-        double width = length > 2 ? 1.05 : length == 2 ? 0.85 : 0.66;
+        double width = length > 2 ? 1.05 : length == 2 ? 0.85 : 0.645;
         if (length == 1) {
-            if (std::string_view("iIjl.,:;'|!()[] ").find(text[i]) != std::string_view::npos) {
+            if (std::string_view("iIjlftr.,:;'|!()[] ").find(text[i]) != std::string_view::npos) {
                 width = 0.42;
             } else if (std::string_view("mMwW@%").find(text[i]) != std::string_view::npos) {
-                width = 1.05;
+                width = 1.0;
             } else if (text[i] >= 'A' && text[i] <= 'Z') {
                 width = 0.8;
             }
@@ -88,6 +88,8 @@ std::vector<Glyph> glyphsOf(std::string_view text) {
     }
     return glyphs;
 }
+
+constexpr double kBold = 1.15;  // bold letters are so much wider
 
 double textWidth(std::string_view text, double size) {
     double width = 0;
@@ -159,8 +161,9 @@ struct Picture {
         body += "\"/>\n";
     }
     // Returns the y of the next block.
-    double block(double y, double size, std::string_view content, std::size_t lines, std::string_view more = "") {
-        for (const std::string& part : brokenLines(content, size, kWidth - 2 * kMargin, lines)) {
+    double block(double y, double size, std::string_view content, std::size_t lines, std::string_view more) {
+        double letters = more.find("bold") == std::string_view::npos ? size : size * kBold;
+        for (const std::string& part : brokenLines(content, letters, kWidth - 2 * kMargin, lines)) {
             text(kMargin, y + size, size, part, more);
             y += size * 1.4;
         }
@@ -195,12 +198,20 @@ void drawZone(Picture& picture, const Footprint& footprint, double perUnit, cons
     double middle = top + scale.height / 2;
     auto y = [&](double meters) { return middle - meters / perUnit / scale.yEnd * scale.height / 2; };
 
+    // Straight from point to point; to the last one as a parabola, which is how the zone's end is shaped.
     std::string path = "M" + px(x(0)) + " " + px(y(0));
-    for (const FootprintPoint& point : footprint.points) {
-        path += " L" + px(x(point.downwind)) + " " + px(y(point.halfWidth));
+    for (std::size_t i = 0; i + 1 < footprint.points.size(); ++i) {
+        path += " L" + px(x(footprint.points[i].downwind)) + " " + px(y(footprint.points[i].halfWidth));
     }
-    for (auto point = footprint.points.rbegin(); point != footprint.points.rend(); ++point) {
-        path += " L" + px(x(point->downwind)) + " " + px(y(-point->halfWidth));
+    FootprintPoint last = footprint.points.back();
+    FootprintPoint before = footprint.points[footprint.points.size() - 2];
+    std::string end = px(x(last.downwind));
+    double control = (before.halfWidth + last.halfWidth) / 2;
+    path += " Q" + end + " " + px(y(control)) + " " + end + " " + px(y(last.halfWidth));
+    path += " L" + end + " " + px(y(-last.halfWidth));
+    path += " Q" + end + " " + px(y(-control)) + " " + px(x(before.downwind)) + " " + px(y(-before.halfWidth));
+    for (std::size_t i = footprint.points.size() - 2; i-- > 0;) {
+        path += " L" + px(x(footprint.points[i].downwind)) + " " + px(y(-footprint.points[i].halfWidth));
     }
     picture.body += "  <path d=\"" + path + " Z\" class=\"zone\"/>\n";
     picture.line(x(0), middle, x(footprint.distance), middle, "reach");
@@ -294,9 +305,6 @@ double drawLegend(Picture& picture, const Scenario& scenario, const ScreeningRes
 std::string weatherText(const Scenario& scenario) {
     std::string text;
     auto add = [&](const std::string& part) { text += (text.empty() ? "" : ", ") + part; };
-    if (scenario.wind) {
-        add("wind " + describe(*scenario.wind));
-    }
     if (!scenario.stability.empty()) {
         add("stability class " + std::string(scenario.stability));
     }
@@ -356,7 +364,7 @@ std::string drawSvg(const Scenario& scenario, const ScreeningResult& result) {
 
     Picture picture;
     std::string title = titleOf(scenario) + ": " + releaseText(scenario);
-    double y = picture.block(kMargin, 22, title, 3, "font-weight=\"600\"");
+    double y = picture.block(kMargin, 22, title, 3, "font-weight=\"bold\"");
     y = picture.block(y + 2, 14, weatherText(scenario), 2, "class=\"quiet\"");
     y += 24;
     drawWind(picture, scenario, y);
