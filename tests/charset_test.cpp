@@ -1,0 +1,411 @@
+// Character sets: tables, the check for UTF-8, the exact sizes at which conversion stops, whole failure.
+#include "util/charset.h"
+
+#include <gtest/gtest.h>
+#include <iconv.h>
+
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fmx/fmx.h"
+#include "support/failing_allocator.h"
+#include "util/charset_tables.h"
+
+namespace {
+
+using namespace quil;
+using namespace std::string_literals;
+
+std::string utf8Of(char32_t c) {
+    const auto byte = [](char32_t value) { return static_cast<char>(static_cast<unsigned char>(value)); };
+    if (c < 0x80) {
+        return {byte(c)};
+    }
+    if (c < 0x800) {
+        return {byte(0xC0 | c >> 6), byte(0x80 | (c & 0x3F))};
+    }
+    if (c < 0x10000) {
+        return {byte(0xE0 | c >> 12), byte(0x80 | (c >> 6 & 0x3F)), byte(0x80 | (c & 0x3F))};
+    }
+    return {byte(0xF0 | c >> 18), byte(0x80 | (c >> 12 & 0x3F)), byte(0x80 | (c >> 6 & 0x3F)), byte(0x80 | (c & 0x3F))};
+}
+
+// The plain way: decode, and see whether encoding gives the same bytes again.
+bool plainIsUtf8(const std::string& text) {
+    for (std::size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        if (lead < 0x80) {
+            ++i;
+            continue;
+        }
+        const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        char32_t c = lead & (0xFFU >> (length + 1));
+        if (i + length > text.size()) {
+            return false;
+        }
+        for (std::size_t k = 1; k < length; ++k) {
+            c = c << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3FU);
+        }
+        if (c > 0x10FFFF || (c >= 0xD800 && c < 0xE000) || utf8Of(c) != text.substr(i, length)) {
+            return false;
+        }
+        i += length;
+    }
+    return true;
+}
+
+struct Set {
+    const char* name;
+    const charset::HighHalf& table;
+    void (*toUtf8)(const char*, char*, unsigned long);
+    void (*fromUtf8)(const char*, char*, long);
+    short code;
+};
+const Set kSets[] = {
+    {"Mac Roman", charset::kMacRoman, my_ConvertMacRomanToUtf8, my_ConvertUtf8ToMacRoman, kEncodingMacRoman},
+    {"Windows-1252", charset::kWindows1252, my_ConvertWindows1252ToUtf8, my_ConvertUtf8ToWindows1252,
+     kEncodingWindows1252},
+};
+
+char32_t characterOf(const Set& set, char byte) {
+    const auto value = static_cast<unsigned char>(byte);
+    return value < 0x80 ? value : set.table[value - 0x80U];
+}
+
+constexpr char kGuard = '\x5A';
+
+// Runs a conversion into a zero-filled buffer of `size` bytes between guards and returns all of the buffer.
+std::string convert(std::size_t size, const std::function<void(char*)>& run) {
+    std::vector<char> buffer(size + 16, kGuard);
+    std::fill(buffer.begin() + 8, buffer.end() - 8, '\0');
+    run(buffer.data() + 8);
+    EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 8), std::string(8, kGuard));
+    EXPECT_EQ(std::string(buffer.end() - 8, buffer.end()), std::string(8, kGuard));
+    return {buffer.begin() + 8, buffer.end() - 8};
+}
+
+std::string toUtf8(const Set& set, const std::string& text, std::size_t size) {
+    return convert(size, [&](char* dest) { set.toUtf8(text.c_str(), dest, size); });
+}
+
+std::string fromUtf8(const Set& set, const std::string& text, std::size_t size) {
+    return convert(size, [&](char* dest) { set.fromUtf8(text.c_str(), dest, static_cast<long>(size)); });
+}
+
+std::string padded(std::string text, std::size_t size) {
+    text.resize(size, '\0');
+    return text;
+}
+
+std::string plainToUtf8(const Set& set, const std::string& text, std::size_t size) {
+    if (plainIsUtf8(text)) {
+        return padded(text.size() < size ? text : "", size);
+    }
+    std::string out;
+    for (const char byte : text) {
+        const std::string form = utf8Of(characterOf(set, byte));
+        if (size - out.size() < (form.size() == 1 ? 2U : 3U)) {
+            break;
+        }
+        out += form;
+    }
+    return padded(out, size);
+}
+
+std::string plainFromUtf8(const Set& set, const std::string& text, std::size_t size) {
+    static std::map<std::pair<short, std::string>, char> bytes;
+    for (int byte = 1; byte < 256 && bytes.size() < 2 * 255; ++byte) {
+        bytes[{set.code, utf8Of(characterOf(set, static_cast<char>(byte)))}] = static_cast<char>(byte);
+    }
+    std::string out;
+    for (std::size_t i = 0; i < text.size();) {
+        std::size_t length = 1;
+        while (length < 4 && !bytes.contains({set.code, text.substr(i, length)})) {
+            ++length;
+        }
+        if (length == 4) {
+            return padded("", size);
+        }
+        out += bytes[{set.code, text.substr(i, length)}];
+        i += length;
+    }
+    return padded(out.size() < size ? out : "", size);
+}
+
+TEST(Tables, AgreeWithTheHostsAndTheSystemsOwn) {
+    for (int byte = 0x80; byte < 0x100; ++byte) {
+        const char text[2] = {static_cast<char>(byte), 0};
+        fmx::Text host;
+        host.Assign(text, fmx::Text::Encoding::macRoman);
+        char utf8[8] = {};
+        host.GetBytes(utf8, sizeof utf8, 0, 1, fmx::Text::Encoding::utf8);
+        EXPECT_EQ(std::string(utf8), utf8Of(characterOf(kSets[0], text[0]))) << byte;
+    }
+    // The system's tables deviate from the standard at these bytes, or lack them.
+    const struct {
+        const char* name;
+        const Set& set;
+        std::string deviates;
+    } peers[] = {{"MACINTOSH", kSets[0], "\xC6\xF0"}, {"CP1252", kSets[1], "\x81\x8D\x8F\x90\x9D"}};
+    for (const auto& peer : peers) {
+        iconv_t converter = iconv_open("UTF-8", peer.name);
+        ASSERT_NE(converter, reinterpret_cast<iconv_t>(-1));
+        for (int byte = 0x80; byte < 0x100; ++byte) {
+            char text = static_cast<char>(byte);
+            if (peer.deviates.find(text) != std::string::npos) {
+                continue;
+            }
+            char utf8[8] = {};
+            char* in = &text;
+            char* out = utf8;
+            std::size_t inLeft = 1;
+            std::size_t outLeft = sizeof utf8;
+            ASSERT_EQ(iconv(converter, &in, &inLeft, &out, &outLeft), 0U) << peer.name << byte;
+            EXPECT_EQ(std::string(utf8), utf8Of(characterOf(peer.set, text))) << peer.name << byte;
+        }
+        iconv_close(converter);
+    }
+}
+
+TEST(Tables, HoldTheStandardsWhereTheSystemDoesNot) {
+    const struct {
+        const Set& set;
+        const char *byte, *utf8;
+    } cases[] = {
+        {kSets[0], "\xDB", "\xE2\x82\xAC"}, {kSets[0], "\xF0", "\xEF\xA3\xBF"}, {kSets[0], "\xC6", "\xE2\x88\x86"},
+        {kSets[0], "\x8E", "\xC3\xA9"},     {kSets[1], "\x81", "\xC2\x81"},     {kSets[1], "\x8D", "\xC2\x8D"},
+        {kSets[1], "\x8F", "\xC2\x8F"},     {kSets[1], "\x90", "\xC2\x90"},     {kSets[1], "\x9D", "\xC2\x9D"},
+        {kSets[1], "\x80", "\xE2\x82\xAC"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(toUtf8(c.set, c.byte, 8), padded(c.utf8, 8));
+        EXPECT_EQ(fromUtf8(c.set, c.utf8, 8), padded(c.byte, 8));
+    }
+}
+
+TEST(IsUtf8, KnowsGoodFromBad) {
+    for (const char* text : {"", "abc", "\xC3\xA9", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF",
+                             "\xEE\x80\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xEF\xBB\xBFz"}) {
+        EXPECT_TRUE(my_IsUtf8(text)) << text;
+    }
+    for (const char* text : {"\x8E", "\xC0\x80", "\xC1\xBF", "\xC3", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF",
+                             "\xE2\x82", "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF1\x80\x80",
+                             "\xFE", "\xFF", "a\xE9", "\xC3\xA9\xA9", "\xC3z"}) {
+        EXPECT_FALSE(my_IsUtf8(text)) << text;
+    }
+    EXPECT_FALSE(my_IsUtf8(nullptr));
+}
+
+TEST(IsUtf8, AgreesWithThePlainCheckOnEveryShortSequenceAtEveryOffset) {
+    // Every high first byte, every second; where more may follow, the third and fourth at the borders of what may stand
+    // there.
+    const std::string borders = "\x01\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xFF";
+    const auto check = [](const std::string& sequence, std::size_t offset) {
+        const std::string text = std::string(offset % 34, 'x') + sequence + std::string(offset % 19, 'y');
+        EXPECT_EQ(my_IsUtf8(text.c_str()), plainIsUtf8(text)) << testing::PrintToString(text);
+    };
+    for (unsigned lead = 0x7F; lead < 256; ++lead) {
+        for (unsigned second = 1; second < 256; ++second) {
+            const std::string pair = {static_cast<char>(lead), static_cast<char>(second)};
+            check(pair, lead * 7 + second);
+            for (std::size_t i = 0; lead >= 0xE0 && i < borders.size(); ++i) {
+                check(pair + borders[i], lead + second + i);
+                check(pair + borders[i] + borders[(lead + second) % borders.size()], second + i);
+            }
+        }
+    }
+}
+
+TEST(ToUtf8, StopsAtTheFirstCharacterThatDoesNotFit) {
+    const struct {
+        const char* text;
+        std::size_t size;
+        std::string result;
+    } cases[] = {
+        // An ASCII byte needs one byte beyond itself, a high one three, even where its form has two.
+        {"\x8E", 3, "\xC3\xA9\0"s},
+        {"\x8E", 2, "\0\0"s},
+        {"\xDB", 4, "\xE2\x82\xAC\0"s},
+        {"\xDB", 3, "\xE2\x82\xAC"},
+        {"\xDB", 2, "\0\0"s},
+        {"a\x8E", 4, "a\xC3\xA9\0"s},
+        {"a\x8E", 3, "a\0\0"s},
+        {"\x8E"
+         "ab",
+         4,
+         "\xC3\xA9"s
+         "a\0"s},
+        {"\x8E"
+         "ab",
+         5,
+         "\xC3\xA9"s
+         "ab\0"s},
+        {"a\x8E", 1, "\0"s},
+        // A text that is UTF-8 is copied whole or not at all.
+        {"abc", 4, "abc\0"s},
+        {"abc", 3, "\0\0\0"s},
+        {"\xC3\xA9", 3, "\xC3\xA9\0"s},
+        {"\xC3\xA9", 2, "\0\0"s},
+        {"", 2, "\0\0"s},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(toUtf8(kSets[0], c.text, c.size), c.result) << testing::PrintToString(c.text) << c.size;
+    }
+    for (const Set& set : kSets) {
+        char dest[] = "x";
+        set.toUtf8("\x8E", dest, 0);
+        EXPECT_STREQ(dest, "x");
+        set.toUtf8("", dest, 1);
+        EXPECT_STREQ(dest, "");
+    }
+}
+
+TEST(FromUtf8, FailsAsAWhole) {
+    for (const Set& set : kSets) {
+        for (const char* text : {"abc\xE4\xB8\xAD", "\xE4\xB8\xAD", "ok\xE9", "\xC0\x81", "\xE0\x81\x81",
+                                 "\xF0\x9F\x98\x80", "\xC3", "\xE2\x82", "a\xCC\x81", "\xED\xA0\x80", "\xC3\xA9\xA9"}) {
+            EXPECT_EQ(fromUtf8(set, text, 20)[0], 0) << set.name << testing::PrintToString(text);
+            const std::string inside = std::string(40, 'a') + text + std::string(40, 'b');
+            EXPECT_EQ(fromUtf8(set, inside, 200)[0], 0) << set.name << testing::PrintToString(text);
+        }
+        EXPECT_EQ(fromUtf8(set, "a\xC3\xA9z", 3), "\0\0\0"s) << "no room for the terminator";
+        EXPECT_EQ(fromUtf8(set, "a\xC3\xA9z", 4)[3], 0);
+        EXPECT_EQ(fromUtf8(set, "a\xC3\xA9z", 4)[2], 'z');
+        char dest[] = "x";
+        set.fromUtf8("abc", dest, 0);
+        set.fromUtf8("abc", dest, -5);
+        EXPECT_STREQ(dest, "x");
+    }
+}
+
+// Texts of all lengths and mixtures, short and beyond the steps in which the converters go.
+std::string randomText(std::mt19937& random, unsigned highPercent) {
+    std::string text(random() % 90, 0);
+    for (char& c : text) {
+        c = static_cast<char>(random() % 100 < highPercent ? 0x80 + random() % 0x80 : 1 + random() % 0x7F);
+    }
+    return text;
+}
+
+TEST(Converters, AgreeWithThePlainOnesAtEverySize) {
+    std::mt19937 random(6);
+    for (int round = 0; round < 1500; ++round) {
+        for (const Set& set : kSets) {
+            const std::string text = randomText(random, "\0\3\x14\x32\x64"[round % 5]);
+            const std::size_t size = 1 + random() % 300;
+            ASSERT_EQ(toUtf8(set, text, size), plainToUtf8(set, text, size)) << testing::PrintToString(text) << size;
+
+            std::string utf8;
+            for (const char byte : text) {
+                utf8 += utf8Of(characterOf(set, byte));
+            }
+            if (round % 4 == 0 && !utf8.empty()) {
+                utf8[random() % utf8.size()] = static_cast<char>(1 + random() % 255);
+            }
+            const std::size_t room = 1 + random() % (text.size() + 20);
+            const std::string expected = plainFromUtf8(set, utf8, room);
+            const std::string result = fromUtf8(set, utf8, room);
+            ASSERT_STREQ(result.c_str(), expected.c_str()) << testing::PrintToString(utf8) << room;
+            if (expected[0] != 0) {
+                ASSERT_EQ(result, expected) << "nothing is left behind the terminator";
+            }
+        }
+    }
+}
+
+std::string convertEncoding(const std::string& text, short from, short to, std::size_t size, unsigned long stored) {
+    return convert(size, [&](char* dest) {
+        std::fill(dest, dest + size, '#');
+        EXPECT_EQ(my_ConvertStringEncoding(text.c_str(), from, dest, to, size), stored) << text << from << to;
+    });
+}
+
+TEST(ConvertStringEncoding, GoesByWayOfUtf8AndFillsTheRest) {
+    const struct {
+        const char* text;
+        short from, to;
+        std::size_t size;
+        std::string result;
+        unsigned long stored;
+    } cases[] = {
+        {"abc", 1, 1, 3, "abc", 3},
+        {"abc", 1, 1, 2, "ab", 2},
+        {"abc", 1, 1, 10, "abc\0\0\0\0\0\0\0"s, 3},
+        {"\x8E", 2, 3, 3, "\xE9\0\0"s, 1},
+        {"\xE9", 3, 2, 2, "\x8E\0"s, 1},
+        {"\x8E\xDB", 2, 1, 6, "\xC3\xA9\xE2\x82\xAC\0"s, 5},
+        {"\x8E\xDB", 2, 1, 4, "\xC3\xA9\xE2\x82", 4},  // the bounded copy goes by bytes
+        {"\xC3\xA9", 2, 1, 3, "\xC3\xA9\0"s, 2},       // valid UTF-8 is UTF-8, whatever it is called
+        {"\x81", 3, 3, 2, "\x81\0"s, 1},
+        {"\x8E", 1, 1, 2, "\x8E\0"s, 1},  // from UTF-8 to UTF-8 nothing is checked
+        {"\x8E", 1, 2, 2, "\0\0"s, 0},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(convertEncoding(c.text, c.from, c.to, c.size, c.stored), c.result) << c.text << c.from << c.to;
+    }
+}
+
+TEST(ConvertStringEncoding, AnswersNothingOnAnyFailure) {
+    const struct {
+        const char* text;
+        short from, to;
+    } cases[] = {{"abc", 1, 4}, {"abc", 0, 1},          {"abc", 4, 1},  {"abc", -1, 2},
+                 {"", 1, 1},    {"\xE4\xB8\xAD", 1, 2}, {"x\xAD", 2, 3}};  // the last: a sign of Mac Roman that
+                                                                           // Windows-1252 lacks
+    for (const auto& c : cases) {
+        EXPECT_EQ(convertEncoding(c.text, c.from, c.to, 8, 0)[0], 0) << c.text << c.from << c.to;
+    }
+    char dest[] = "x";
+    EXPECT_EQ(my_ConvertStringEncoding("abc", 1, dest, 1, 0), 0U);
+    EXPECT_STREQ(dest, "x");
+}
+
+TEST(MemcpyEncoding, TakesBytesAsUtf8WhenTheyAreAndElseAsMacRoman) {
+    const struct {
+        std::string bytes;
+        short to;
+        std::string result;
+    } cases[] = {
+        {"abc", 1, "abc"},    {"\xC3\xA9", 2, "\x8E"}, {"\x8E", 1, "\xC3\xA9"},
+        {"\x8E", 3, "\xE9"},  {"\xC3\xA9", 3, "\xE9"}, {"", 1, ""},
+        {"ab\0cd"s, 1, "ab"}, {"abc", 7, ""},
+    };
+    for (const auto& c : cases) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(c.bytes.data());
+        char dest[8] = "#######";
+        EXPECT_EQ(my_memcpy_encoding(dest, sizeof dest, bytes, c.bytes.size(), c.to), c.result.size());
+        EXPECT_EQ(std::string(dest), c.result);
+    }
+    char dest[4] = "xyz";
+    const unsigned char bytes[] = {'a', 'b', 'c', 'd'};
+    EXPECT_EQ(my_memcpy_encoding(dest, 0, bytes, 4, 1), 0U);
+    EXPECT_STREQ(dest, "xyz");
+    EXPECT_EQ(my_memcpy_encoding(dest, 3, bytes, 4, 1), 3U);
+    EXPECT_EQ(std::string(dest, 4), "abc\0"s);
+}
+
+TEST(Converters, AnswerNothingWhenMemoryRunsOutAndKeepNone) {
+    support::FailingAllocator memory;
+    const unsigned char bytes[] = {0x8E, 'a'};
+    char dest[8];
+    for (long n = 1; n <= 2; ++n) {
+        memory.failCall(n);
+        dest[0] = '#';
+        EXPECT_EQ(my_ConvertStringEncoding("\x8E", 2, dest, 1, sizeof dest), 0U);
+        EXPECT_EQ(dest[0], 0);
+    }
+    for (long n = 1; n <= 4; ++n) {
+        memory.failCall(n);
+        dest[0] = '#';
+        const unsigned long stored = my_memcpy_encoding(dest, sizeof dest, bytes, sizeof bytes, 1);
+        EXPECT_EQ(stored, n <= 3 ? 0U : 3U) << n;
+        EXPECT_STREQ(dest, n <= 3 ? "" : "\xC3\xA9\x61") << n;
+        EXPECT_EQ(memory.liveBlocks(), 0U);
+    }
+}
+
+}  // namespace
