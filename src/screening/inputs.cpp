@@ -9,6 +9,8 @@
 
 namespace quil {
 
+using namespace std::string_view_literals;
+
 namespace {
 
 struct UnitKeyword {
@@ -45,11 +47,11 @@ void upperCase(char* text) {
     }
 }
 
-bool contains(const char* text, std::string_view word) {
-    return std::string_view(text).find(word) != std::string_view::npos;
+bool contains(std::string_view text, std::string_view word) {
+    return text.find(word) != std::string_view::npos;
 }
 
-// Reads the fields one after the other.
+// Reads the fields one after the other. Most fields of most scenarios are empty, so that is looked at first.
 class FieldReader {
   public:
     explicit FieldReader(const char* text) : next_(text) {}
@@ -58,8 +60,11 @@ class FieldReader {
         next_ = GetParameter(next_, field_, sizeof field_);
         return field_;
     }
-    char* upperText() {
-        upperCase(text());
+    std::string_view upperText() {
+        if (*text() == 0) {
+            return {};
+        }
+        upperCase(field_);
         return field_;
     }
     double number() { return ParamStrToDouble(text()); }
@@ -71,15 +76,15 @@ class FieldReader {
     char field_[kFieldSize];
 };
 
-char terrainOf(const char* field) {
+char terrainOf(std::string_view field) {
     if (contains(field, "OPEN")) {
         return 'O';
     }
     return contains(field, "URBAN") ? 'U' : '\0';
 }
 
-char solidFormOf(const char* field) {
-    for (const std::string_view word : {"SOLUTION", "POWDER", "MOLTEN", "OTHER"}) {
+char solidFormOf(std::string_view field) {
+    for (const std::string_view word : {"SOLUTION"sv, "POWDER"sv, "MOLTEN"sv, "OTHER"sv}) {
         if (contains(field, word)) {
             return word.front();
         }
@@ -87,7 +92,7 @@ char solidFormOf(const char* field) {
     return 0;
 }
 
-char liquidTemperatureOf(const char* field) {
+char liquidTemperatureOf(std::string_view field) {
     if (contains(field, "AMB")) {
         return 'A';
     }
@@ -136,31 +141,36 @@ const char* GetParameter(const char* src, char* dst, std::size_t size) {
 }
 
 double ParamStrToDouble(const char* text) {
-    const std::string_view number(text);
-    if (number.empty()) {
+    if (*text == 0) {
         return kMissingNumber;
     }
-    if (number.find_first_not_of("0123456789.-") != std::string_view::npos || number.find('.') != number.rfind('.') ||
-        number.find('-', 1) != std::string_view::npos) {
-        return kInvalidNumber;
+    bool point = false;
+    const char* last = text;
+    for (; *last != 0; ++last) {
+        if (*last == '.' ? point : (*last < '0' || *last > '9') && (*last != '-' || last != text)) {
+            return kInvalidNumber;
+        }
+        point = point || *last == '.';
     }
     double value = 0.0;
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value);
+    const auto [end, error] = std::from_chars(text, last, value);
     if (error == std::errc::result_out_of_range) {
         // Beyond the range of a double: too large when a digit before the point counts, else too small.
+        const std::string_view number(text, static_cast<std::size_t>(last - text));
         const bool large = number.substr(0, number.find('.')).find_first_of("123456789") != std::string_view::npos;
-        return std::copysign(large ? HUGE_VAL : 0.0, number.front() == '-' ? -1.0 : 1.0);
+        return std::copysign(large ? HUGE_VAL : 0.0, *text == '-' ? -1.0 : 1.0);
     }
     return value;  // 0 for a text without digits
 }
 
 std::int16_t ParamStrToUnits(char* text) {
-    upperCase(text);
     if (*text == 0) {
         return kNoUnit;
     }
+    upperCase(text);
+    const std::string_view unit(text);
     const auto* found = std::find_if(std::begin(kUnitKeywords), std::end(kUnitKeywords),
-                                     [text](const UnitKeyword& keyword) { return keyword.text == text; });
+                                     [unit](const UnitKeyword& keyword) { return keyword.text == unit; });
     return found == std::end(kUnitKeywords) ? kUnknownUnit : found->code;
 }
 
