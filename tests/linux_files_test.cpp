@@ -1,0 +1,500 @@
+// The File Manager on Linux, on volumes that are temporary folders.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <map>
+
+#include "platform/linux/errors.h"
+#include "platform/linux/linux_machine.h"
+#include "support/process.h"
+
+using namespace platform;
+namespace fs = std::filesystem;
+using std::string;
+using std::string_view;
+using std::literals::string_literals::operator""s;
+
+namespace {
+
+class LinuxFilesTest : public testing::Test {
+  protected:
+    LinuxFilesTest() {
+        fs::create_directories(disk("Apps/Host.app/Contents/MacOS"));
+        fs::create_directories(disk("Docs/Deep"));
+        support::writeFile(disk("Docs/Letter.txt"), "dear reader");
+        options_.volumes = {{"Disk", disk_.path().string()}, {"Other", other_.path().string() + "/"}};
+        options_.application = "disk:apps:host.APP:Contents:MacOS:Host";
+        options_.applicationsFolder = "Disk:Apps";
+        files_ = makeLinuxFiles(options_);
+    }
+
+    string disk(string_view name) const { return disk_.file(name); }
+
+    FSSpec spec(string_view path, Status expected = noErr) {
+        FSSpec found;
+        EXPECT_EQ(files_->makeSpec(0, 0, path, found), expected) << path;
+        return found;
+    }
+
+    Status statusOfPath(string_view path) {
+        FSSpec found;
+        return files_->makeSpec(0, 0, path, found);
+    }
+
+    // Classic path of a folder, by way of the catalogue, as the plug-in makes it.
+    string folderPath(std::int16_t vRefNum, std::int32_t dirID) {
+        string path;
+        CatalogItem item;
+        do {
+            if (files_->catalogItem(vRefNum, dirID, -1, item) != noErr) {
+                return "?";
+            }
+            path = item.name + ":" + path;
+            dirID = item.parentID;
+        } while (item.dirID != fsRtDirID);
+        return path;
+    }
+
+    // What a path leads to, in the disk's own letter case.
+    string actual(string_view path) {
+        const FSSpec found = spec(path);
+        return (found.parID == fsRtParID ? "" : folderPath(found.vRefNum, found.parID)) + string(found.nameView());
+    }
+
+    Status open(string_view path, ForkPermission permission, FileRef& ref) {
+        FSSpec found;
+        const Status status = files_->makeSpec(0, 0, path, found);
+        return status != noErr ? status : files_->openDataFork(found, permission, ref);
+    }
+
+    Status writePosix(const string& path, PosixMode mode, string_view text) {
+        FileRef ref = 0;
+        Status status = files_->openPosix(path, mode, ref);
+        if (status == noErr) {
+            std::size_t count = 0;
+            status = files_->write(ref, text, count);
+            EXPECT_EQ(files_->close(ref), noErr);
+        }
+        return status;
+    }
+
+    support::TemporaryFolder disk_;
+    support::TemporaryFolder other_;
+    LinuxOptions options_;
+    std::unique_ptr<Files> files_;
+};
+
+TEST_F(LinuxFilesTest, ClassicPathsLeadToItemsOrSayWhatIsMissing) {
+    const struct {
+        string path;
+        Status status;
+        string actual;
+    } cases[] = {
+        {"Disk:Docs:Letter.txt", noErr, "Disk:Docs:Letter.txt"},
+        {"dISK:dOCS:lETTER.TXT", noErr, "Disk:Docs:Letter.txt"},
+        {"Disk:", noErr, "Disk"},
+        {"Disk:Docs", noErr, "Disk:Docs"},
+        {"Disk:Docs:", noErr, "Disk:Docs"},
+        {"Disk:Docs:Deep::Letter.txt", noErr, "Disk:Docs:Letter.txt"},
+        {"Disk:Docs:Deep::", noErr, "Disk:Docs"},
+        {"Disk:Docs:Deep:::Apps", noErr, "Disk:Apps"},
+        {"Disk:Docs::", noErr, "Disk"},
+        {":", noErr, "Disk:Apps:Host.app:Contents:MacOS"},
+        {"::", noErr, "Disk:Apps:Host.app:Contents"},
+        {":::::Docs:Letter.txt", noErr, "Disk:Docs:Letter.txt"},
+        {"Disk:Docs:none", fnfErr, ""},
+        {"Disk:Docs:none:", fnfErr, ""},
+        {"Disk:none:Letter.txt", dirNFErr, ""},
+        {"Disk:Docs:Letter.txt:", dirNFErr, ""},
+        {"Disk:Docs:Letter.txt:x", dirNFErr, ""},
+        {"Disk::", dirNFErr, ""},
+        {"Disk::Other", dirNFErr, ""},
+        {string(300, ':'), dirNFErr, ""},
+        {"None:Letter.txt", nsvErr, ""},
+        {"", bdNamErr, ""},
+        {"Disk:Docs:" + string(255, 'x'), fnfErr, ""},
+        {"Disk:Docs:" + string(256, 'x'), bdNamErr, ""},
+        {"Disk:" + string(256, 'x') + ":y", bdNamErr, ""},
+        {"Disk:Docs:a\0b"s, bdNamErr, ""},
+        {"Disk:Docs:.:Letter.txt", bdNamErr, ""},
+        {"Disk:..:x", bdNamErr, ""},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.path);
+        EXPECT_EQ(statusOfPath(each.path), each.status);
+        if (each.status == noErr) {
+            EXPECT_EQ(actual(each.path), each.actual);
+        }
+    }
+}
+
+TEST_F(LinuxFilesTest, AMissingFileHasASpecificationInItsFolder) {
+    const FSSpec missing = spec("disk:DOCS:New File", fnfErr);
+    EXPECT_EQ(missing.nameView(), "New File");
+    EXPECT_EQ(folderPath(missing.vRefNum, missing.parID), "Disk:Docs:");
+    FSSpec relative;
+    EXPECT_EQ(files_->makeSpec(missing.vRefNum, missing.parID, "letter.txt", relative), noErr);
+    EXPECT_EQ(relative.nameView(), "Letter.txt");
+    EXPECT_EQ(files_->makeSpec(missing.vRefNum, 0, "Apps", relative), noErr);
+    EXPECT_EQ(files_->makeSpec(missing.vRefNum, 9999, "Apps", relative), dirNFErr);
+    EXPECT_EQ(files_->makeSpec(-9, 2, "Apps", relative), nsvErr);
+    EXPECT_EQ(files_->makeSpec(0, fsRtParID, "OTHER", relative), noErr);
+    EXPECT_EQ(relative.parID, fsRtParID);
+}
+
+TEST_F(LinuxFilesTest, NamesAreFoundAsTheyStandThenInAnyLetterCase) {
+    const char* onDisk[] = {"both.txt",
+                            "BOTH.txt",
+                            "Both.txt",
+                            "R\xC3\xA9sum\xC3\xA9",
+                            "\xCE\xA3\xCE\xBF\xCF\x86\xCF\x8C\xCF\x82",
+                            "\x8E-old",
+                            "\xC4\xB1"
+                            "d",
+                            "Stra\xC3\x9F"
+                            "e",
+                            "a:b"};
+    for (const char* name : onDisk) {
+        support::writeFile(disk("Docs/"s + name), name);
+    }
+    const struct {
+        string asked;
+        string found;  // empty: nothing
+    } cases[] = {
+        {"both.txt", "both.txt"},
+        {"Both.txt", "Both.txt"},
+        {"bOTH.txt", "BOTH.txt"},                          // the first in byte order
+        {"R\xC3\x89SUM\xC3\x89", "R\xC3\xA9sum\xC3\xA9"},  // UTF-8, other case
+        {"R\x8Esum\x8E", "R\xC3\xA9sum\xC3\xA9"},          // Mac Roman
+        {"r\x83SUM\x83", "R\xC3\xA9sum\xC3\xA9"},          // Mac Roman, other case
+        {"\x83-OLD", "\x8E-old"},                          // Mac Roman on disk as well
+        {"\xC3\xA9-old", "\x8E-old"},
+        {"\xCF\x83\xCE\x9F\xCF\x86\xCF\x8C\xCF\x83",
+         "\xCE\xA3\xCE\xBF\xCF\x86\xCF\x8C\xCF\x82"},  // one letter, two small sigmas
+        {"Id", ""},                                    // the dotless i is another letter
+        {"STRASSE", ""},                               // simple folding: one character for one
+        {"A/B", "a/b"},
+        {"both.tx", ""},
+        {"both.txtt", ""},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.asked);
+        const FSSpec found = spec("Disk:Docs:" + each.asked, each.found.empty() ? fnfErr : noErr);
+        EXPECT_EQ(found.nameView(), each.found.empty() ? each.asked : each.found);
+    }
+}
+
+TEST_F(LinuxFilesTest, SlashAndColonChangePlacesBothWays) {
+    const FSSpec odd = spec("Disk:Docs:either/or", fnfErr);
+    ASSERT_EQ(files_->create(odd, "ttxt"_4, "TEXT"_4), noErr);
+    EXPECT_TRUE(fs::exists(disk("Docs/either:or")));
+    string path;
+    ASSERT_EQ(files_->posixPath(odd, path), noErr);
+    EXPECT_EQ(path, disk("Docs/either:or"));
+    EXPECT_EQ(classicPathOf(options_, path), "Disk:Docs:either/or");
+    CatalogItem item;
+    std::int32_t index = 1;
+    while (files_->catalogItem(odd.vRefNum, odd.parID, index, item) == noErr && item.name != "either/or") {
+        ++index;
+    }
+    EXPECT_EQ(item.name, "either/or");
+}
+
+TEST_F(LinuxFilesTest, AVolumeThatVanishesAndAFolderThatMovesAreSaid) {
+    const FSSpec deep = spec("Disk:Docs:Deep:x", fnfErr);
+    fs::rename(disk("Docs/Deep"), disk("Docs/Moved"));
+    CatalogItem item;
+    FileRef ref = 0;
+    EXPECT_EQ(files_->openDataFork(deep, ForkPermission::read, ref), dirNFErr);
+    EXPECT_EQ(files_->create(deep, 0, 0), dirNFErr);
+    EXPECT_EQ(files_->catalogItem(deep.vRefNum, deep.parID, -1, item), dirNFErr);
+    EXPECT_EQ(files_->catalogItem(deep.vRefNum, deep.parID, 1, item), dirNFErr);
+    fs::remove_all(other_.path());
+    EXPECT_EQ(statusOfPath("Other:"), nsvErr);
+    EXPECT_EQ(statusOfPath("Other:a"), nsvErr);
+    EXPECT_EQ(statusOfPath("Other:a:b"), nsvErr);
+    EXPECT_EQ(files_->catalogItem(-2, fsRtDirID, 1, item), nsvErr);
+}
+
+TEST_F(LinuxFilesTest, TheDefaultFolderIsTheApplicationsEvenWhereItIsNotThere) {
+    std::int16_t volume = 0;
+    std::int32_t folder = 0;
+    EXPECT_EQ(files_->defaultFolder(volume, folder), noErr);
+    EXPECT_EQ(folderPath(volume, folder), "Disk:Apps:Host.app:Contents:MacOS:");
+    EXPECT_EQ(files_->findFolder("apps"_4, volume, folder), noErr);
+    EXPECT_EQ(folderPath(volume, folder), "Disk:Apps:");
+    EXPECT_EQ(files_->findFolder("desk"_4, volume, folder), fnfErr);
+
+    options_.application = "Other:Not:Here:Host";
+    options_.applicationsFolder = "Disk:None:";
+    files_ = makeLinuxFiles(options_);
+    EXPECT_EQ(files_->defaultFolder(volume, folder), noErr);
+    EXPECT_EQ(folderPath(volume, folder), "Other:Not:Here:");
+    EXPECT_EQ(files_->findFolder("apps"_4, volume, folder), fnfErr);
+}
+
+TEST_F(LinuxFilesTest, OnlyRegularFilesAreOpenedAndNothingIsWaitedFor) {
+    ASSERT_EQ(mkfifo(disk("Docs/pipe").c_str(), 0666), 0);
+    fs::create_symlink("/dev/null", disk("Docs/device"));
+    fs::create_symlink("/dev/tty", disk("Docs/terminal"));
+    for (const char* name : {"pipe", "device", "terminal", "Deep"}) {
+        SCOPED_TRACE(name);
+        FileRef ref = 0;
+        FInfo info;
+        const string path = "Disk:Docs:"s + name;
+        for (ForkPermission permission : {ForkPermission::read, ForkPermission::write, ForkPermission::readWrite}) {
+            EXPECT_EQ(open(path, permission, ref), notAFileErr);
+        }
+        for (PosixMode mode : {PosixMode::read, PosixMode::replace, PosixMode::append}) {
+            EXPECT_EQ(files_->openPosix(disk("Docs/"s + name), mode, ref), notAFileErr);
+        }
+        EXPECT_EQ(files_->getFinderInfo(spec(path), info), notAFileErr);
+        EXPECT_EQ(ref, 0);
+    }
+}
+
+TEST_F(LinuxFilesTest, LinksAreItemsOfTheirOwnAndAreReadThrough) {
+    fs::create_symlink(disk("Docs/Letter.txt"), disk("link"));
+    fs::create_symlink(disk("gone"), disk("dangling"));
+    fs::create_directory_symlink(disk("Docs"), disk("Folder link"));
+    FileRef ref = 0;
+    std::size_t count = 0;
+    std::array<char, 4> text{};
+    ASSERT_EQ(open("Disk:link", ForkPermission::read, ref), noErr);
+    EXPECT_EQ(files_->read(ref, text, count), noErr);
+    EXPECT_EQ(string_view(text.data(), count), "dear");
+    EXPECT_EQ(files_->close(ref), noErr);
+    EXPECT_EQ(open("Disk:dangling", ForkPermission::read, ref), fnfErr);
+    EXPECT_EQ(statusOfPath("Disk:folder LINK:letter.txt"), noErr);
+
+    // Deleting one, and unlocking it before, leaves what it points to as it was.
+    ASSERT_EQ(::chmod(disk("Docs/Letter.txt").c_str(), 0444), 0);
+    for (const char* name : {"link", "dangling", "Folder link"}) {
+        EXPECT_EQ(files_->setLock(spec("Disk:"s + name), false), noErr);
+        EXPECT_EQ(files_->remove(spec("Disk:"s + name)), noErr);
+    }
+    struct stat status {};
+    ASSERT_EQ(::stat(disk("Docs/Letter.txt").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0444u);
+}
+
+TEST_F(LinuxFilesTest, ForksReadWriteAndMoveAsTheFileManagerHasIt) {
+    FileRef ref = 0;
+    std::size_t count = 0;
+    std::int64_t size = 0;
+    std::array<char, 8> text{};
+    ASSERT_EQ(open("Disk:Docs:Letter.txt", ForkPermission::readWrite, ref), noErr);
+    EXPECT_GT(ref, 0);
+    EXPECT_EQ(files_->getEOF(ref, size), noErr);
+    EXPECT_EQ(size, 11);
+    EXPECT_EQ(files_->setPosition(ref, 5), noErr);
+    EXPECT_EQ(files_->read(ref, text, count), eofErr);
+    EXPECT_EQ(string_view(text.data(), count), "reader");
+    EXPECT_EQ(files_->read(ref, std::span<char>(), count), noErr);
+    EXPECT_EQ(files_->setPosition(ref, -1), posErr);
+    EXPECT_EQ(files_->setPosition(ref, 100), eofErr);
+    EXPECT_EQ(files_->write(ref, string_view("!"), count), noErr);
+    EXPECT_EQ(files_->setPosition(ref, 0), noErr);
+    EXPECT_EQ(files_->write(ref, string_view("D"), count), noErr);
+    EXPECT_EQ(files_->setPositionAtEnd(ref), noErr);
+    EXPECT_EQ(files_->write(ref, string_view("?"), count), noErr);
+    EXPECT_EQ(files_->close(ref), noErr);
+    EXPECT_EQ(support::readFile(disk("Docs/Letter.txt")), "Dear reader!?");
+
+    ASSERT_EQ(open("Disk:Docs:Letter.txt", ForkPermission::read, ref), noErr);
+    EXPECT_EQ(files_->write(ref, string_view("x"), count), permErr);
+    EXPECT_EQ(files_->close(ref), noErr);
+    for (FileRef bad : {FileRef{0}, FileRef{-1}, ref, FileRef{32767}}) {
+        EXPECT_EQ(files_->close(bad), rfNumErr);
+        EXPECT_EQ(files_->getEOF(bad, size), rfNumErr);
+        EXPECT_EQ(files_->read(bad, text, count), rfNumErr);
+        EXPECT_EQ(files_->write(bad, string_view("x"), count), rfNumErr);
+        EXPECT_EQ(files_->setPosition(bad, 0), rfNumErr);
+        EXPECT_EQ(files_->setPositionAtEnd(bad), rfNumErr);
+    }
+}
+
+TEST_F(LinuxFilesTest, PosixOpensReplaceAppendAndFindVolumesInAnyCase) {
+    EXPECT_EQ(writePosix("/Volumes/Disk/Docs/new", PosixMode::replace, "one"), noErr);
+    EXPECT_EQ(writePosix("/Volumes/disk//docs/./NEW", PosixMode::append, " two"), noErr);
+    EXPECT_EQ(support::readFile(disk("Docs/new")), "one two");
+    EXPECT_EQ(writePosix("/Volumes//DISK/Docs/Deep/../new", PosixMode::replace, "3"), noErr);
+    EXPECT_EQ(support::readFile(disk("Docs/new")), "3");
+    EXPECT_EQ(writePosix("/Volumes/Other/made", PosixMode::append, "4"), noErr);
+    EXPECT_EQ(support::readFile(other_.file("made")), "4");
+    EXPECT_EQ(writePosix(disk("Docs/plain"), PosixMode::replace, "5"), noErr);
+    EXPECT_EQ(writePosix(disk("DOCS/plain"), PosixMode::append, "6"), fnfErr);  // elsewhere the system's own rule holds
+    EXPECT_EQ(writePosix("/Volumes/Disk/none/new", PosixMode::replace, ""), fnfErr);
+    EXPECT_EQ(writePosix("/Volumes/Disk/../escaped", PosixMode::replace, ""), fnfErr);
+    EXPECT_EQ(writePosix("/Volumes/Disk/Docs/new/", PosixMode::append, ""), dirNFErr);
+    EXPECT_EQ(writePosix("/Volumes/Disk", PosixMode::append, ""), notAFileErr);
+    EXPECT_EQ(writePosix("/Volumes/Nowhere At All/x", PosixMode::read, ""), fnfErr);
+    EXPECT_EQ(writePosix("/Volumes/Disk/a\0b"s, PosixMode::replace, ""), bdNamErr);
+    EXPECT_EQ(writePosix("", PosixMode::append, ""), fnfErr);
+
+    const mode_t before = umask(027);
+    EXPECT_EQ(writePosix(disk("masked"), PosixMode::replace, ""), noErr);
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(::stat(disk("masked").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0640u);
+}
+
+TEST_F(LinuxFilesTest, ALockedFileIsReadButNotWrittenOrRemoved) {
+    const FSSpec letter = spec("Disk:Docs:Letter.txt");
+    FileRef ref = 0;
+    ASSERT_EQ(files_->setLock(letter, true), noErr);
+    struct stat status {};
+    ASSERT_EQ(::stat(disk("Docs/Letter.txt").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & S_IWUSR, 0u);
+    EXPECT_EQ(files_->openDataFork(letter, ForkPermission::write, ref), fLckdErr);
+    EXPECT_EQ(files_->openDataFork(letter, ForkPermission::readWrite, ref), fLckdErr);
+    EXPECT_EQ(writePosix("/Volumes/Disk/Docs/Letter.txt", PosixMode::replace, "x"), fLckdErr);
+    EXPECT_EQ(files_->setFinderInfo(letter, {1, 2}), fLckdErr);
+    EXPECT_EQ(files_->remove(letter), fLckdErr);
+    EXPECT_EQ(support::readFile(disk("Docs/Letter.txt")), "dear reader");
+    EXPECT_EQ(files_->openDataFork(letter, ForkPermission::read, ref), noErr);
+    EXPECT_EQ(files_->close(ref), noErr);
+    EXPECT_EQ(files_->setLock(letter, false), noErr);
+    EXPECT_EQ(files_->remove(letter), noErr);
+    EXPECT_EQ(files_->remove(letter), fnfErr);
+    EXPECT_EQ(files_->setLock(letter, true), fnfErr);
+}
+
+TEST_F(LinuxFilesTest, FilesAreMadeOnceAndFoldersRemovedWhenEmpty) {
+    const FSSpec made = spec("Disk:Docs:made", fnfErr);
+    EXPECT_EQ(files_->create(made, "ttxt"_4, "TEXT"_4), noErr);
+    EXPECT_EQ(files_->create(made, "ttxt"_4, "TEXT"_4), dupFNErr);
+    FSSpec otherCase = made;
+    otherCase.name[1] = 'M';
+    EXPECT_EQ(files_->create(otherCase, 0, 0), dupFNErr);
+    EXPECT_EQ(files_->remove(spec("Disk:Docs")), fBsyErr);
+    EXPECT_EQ(files_->remove(spec("Disk:Docs:Deep")), noErr);
+    EXPECT_EQ(files_->remove(spec("Disk:")), fBsyErr);
+    FSSpec wild = made;
+    for (string_view name : {string_view("a:b"), string_view(".."), string_view("a\0b", 3), string_view("")}) {
+        wild.name[0] = static_cast<unsigned char>(name.size());
+        std::copy(name.begin(), name.end(), wild.name + 1);
+        EXPECT_EQ(files_->remove(wild), name == "a:b" ? fnfErr : bdNamErr) << name;
+    }
+}
+
+TEST_F(LinuxFilesTest, FinderInformationIsAnAttributeOf32Bytes) {
+    const FSSpec letter = spec("Disk:Docs:Letter.txt");
+    const string path = disk("Docs/Letter.txt");
+    FInfo info{1, 2};
+    EXPECT_EQ(files_->getFinderInfo(letter, info), noErr);
+    EXPECT_EQ(info.fdType, 0u);
+    EXPECT_EQ(info.fdCreator, 0u);
+    if (::setxattr(path.c_str(), "user.com.apple.FinderInfo", "0123", 4, 0) != 0 && errno == ENOTSUP) {
+        GTEST_SKIP() << "the temporary folder's file system has no extended attributes";
+    }
+    EXPECT_EQ(files_->getFinderInfo(letter, info), noErr);
+    EXPECT_EQ(info.fdType, 0u);  // not the right size: none
+    string bytes = "TYPECREA0123456789abcdefghijklmn";
+    ASSERT_EQ(::setxattr(path.c_str(), "user.com.apple.FinderInfo", bytes.data(), 32, 0), 0);
+    EXPECT_EQ(files_->getFinderInfo(letter, info), noErr);
+    EXPECT_EQ(info.fdType, "TYPE"_4);
+    EXPECT_EQ(info.fdCreator, "CREA"_4);
+    EXPECT_EQ(files_->setFinderInfo(letter, {"TEXT"_4, "ttxt"_4}), noErr);
+    EXPECT_EQ(::getxattr(path.c_str(), "user.com.apple.FinderInfo", bytes.data(), 32), 32);
+    EXPECT_EQ(bytes, "TEXTttxt0123456789abcdefghijklmn");
+}
+
+TEST_F(LinuxFilesTest, WhereThereAreNoAttributesOnlyZerosCanBeSet) {
+    fs::create_symlink("/proc/self/comm", disk("no attributes"));
+    const FSSpec none = spec("Disk:no attributes");
+    FInfo info{1, 2};
+    EXPECT_EQ(files_->getFinderInfo(none, info), noErr);
+    EXPECT_EQ(info.fdType, 0u);
+    EXPECT_EQ(files_->setFinderInfo(none, {0, 0}), noErr);
+    EXPECT_EQ(files_->setFinderInfo(none, {"TEXT"_4, 0}), paramErr);
+}
+
+TEST_F(LinuxFilesTest, AListingIsOfOneMomentAndInOrder) {
+    support::writeFile(disk("Docs/a"), "");
+    fs::create_directory_symlink(disk("Apps"), disk("Docs/b"));
+    const FSSpec inDocs = spec("Disk:Docs:Letter.txt");
+    CatalogItem item;
+    const struct {
+        const char* name;
+        bool isFolder;
+    } expected[] = {{"Deep", true}, {"Letter.txt", false}, {"a", false}, {"b", true}};
+    std::int32_t index = 0;
+    for (const auto& each : expected) {
+        ASSERT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, ++index, item), noErr);
+        EXPECT_EQ(item.name, each.name);
+        EXPECT_EQ(item.isFolder, each.isFolder);
+        EXPECT_EQ(item.parentID, inDocs.parID);
+        EXPECT_EQ(item.dirID != 0, each.isFolder);
+        fs::remove_all(disk("Docs/a"));  // items that go meanwhile do not make others be passed over
+    }
+    EXPECT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, ++index, item), fnfErr);
+    EXPECT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, 0, item), paramErr);
+    EXPECT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, 1, item), noErr);
+    EXPECT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, 3, item), noErr);
+    EXPECT_EQ(item.name, "b");
+    ASSERT_TRUE(item.isFolder);
+    EXPECT_EQ(folderPath(inDocs.vRefNum, item.dirID), "Disk:Docs:b:");
+}
+
+TEST_F(LinuxFilesTest, FileReferencesAreUsedAgainAndRunOutClearly) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::vector<FileRef> refs;
+    FileRef ref = 0;
+    const FSSpec letter = spec("Disk:Docs:Letter.txt");
+    Status status = noErr;
+    while ((status = files_->openDataFork(letter, ForkPermission::read, ref)) == noErr && refs.size() < 100) {
+        refs.push_back(ref);
+    }
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(status, tmfoErr);
+    ASSERT_GT(refs.size(), 3u);
+    EXPECT_EQ(files_->close(refs[1]), noErr);
+    EXPECT_EQ(files_->openDataFork(letter, ForkPermission::read, ref), noErr);
+    EXPECT_EQ(ref, refs[1]);
+}
+
+TEST_F(LinuxFilesTest, AFullDiskIsSaidWithWhatWasWritten) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit small = before;
+    small.rlim_cur = 1000;
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    FileRef ref = 0;
+    std::size_t count = 0;
+    EXPECT_EQ(files_->openPosix(disk("full"), PosixMode::replace, ref), noErr);
+    const Status status = files_->write(ref, string(1500, 'x'), count);
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(status, dskFulErr);
+    EXPECT_EQ(count, 1000u);
+    EXPECT_EQ(files_->close(ref), noErr);
+}
+
+TEST(SystemErrors, BecomeTheMachinesStatuses) {
+    const std::map<int, Status> table = {
+        {0, noErr},         {ENOENT, fnfErr},    {ENOTDIR, dirNFErr}, {ENAMETOOLONG, bdNamErr}, {EEXIST, dupFNErr},
+        {EACCES, permErr},  {EPERM, permErr},    {EROFS, wPrErr},     {EISDIR, notAFileErr},    {ENOTEMPTY, fBsyErr},
+        {EMFILE, tmfoErr},  {ENOSPC, dskFulErr}, {EDQUOT, dskFulErr}, {ENOMEM, memFullErr},     {EBADF, rfNumErr},
+        {EINVAL, paramErr}, {EIO, ioErr},        {ECONNRESET, ioErr},
+    };
+    for (const auto& [error, status] : table) {
+        EXPECT_EQ(statusOf(error), status) << error;
+    }
+}
+
+}  // namespace
