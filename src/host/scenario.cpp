@@ -202,8 +202,11 @@ Position positionOf(std::string_view text, std::size_t offset) {
 
 // What the parser has to say, without its own prefix and position.
 std::string reasonOf(std::string_view what) {
-    std::size_t start = what.find(": ");
+    std::size_t start = what.starts_with('[') ? what.find("] ") : what.npos;
     std::string_view reason = start == what.npos ? what : what.substr(start + 2);
+    if (reason.starts_with("parse error at ") && reason.find(": ") != reason.npos) {
+        reason.remove_prefix(reason.find(": ") + 2);
+    }
     std::string shown;
     while (!reason.empty()) {  // printable() is for short texts
         std::string_view piece = reason.substr(0, 40);

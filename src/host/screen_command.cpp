@@ -111,6 +111,14 @@ void screen(const CLI::App& command, const ScreenOptions& options, Context& cont
         }
         throw HostError(rejectionText(scenario, *result.rejection));
     }
+    if (!result.hasDistance()) {
+        if (options.json) {
+            writeOutput(jsonReport(scenario, result));
+        }
+        bool nothing = scenario.concentration && scenario.concentration->value == 0;
+        throw HostError("the calculator found no distance, it answered \"" + result.distance + "\"" +
+                        (nothing ? ": a --concentration of 0 % releases nothing" : ""));
+    }
     if (!options.svg.empty() && result.footprint) {
         writeFileWhole(options.svg, drawSvg(scenario, result));
     }

@@ -142,6 +142,9 @@ std::string windFromText(const Measure& direction) {
 
 std::string distanceText(const Scenario& scenario, const ScreeningResult& result) {
     std::string unit(unitName(scenario));
+    if (!result.hasDistance()) {
+        return "none";
+    }
     if (result.distance.starts_with("<")) {
         return "less than 0.1 " + unit;
     }

@@ -101,6 +101,13 @@ FootprintPoint Footprint::widest() const {
     return points.empty() ? FootprintPoint{} : *std::max_element(points.begin(), points.end(), wider);
 }
 
+bool ScreeningResult::hasDistance() const {
+    double value = 0;
+    std::string_view digits = distance;
+    bool capped = digits.starts_with('<') || digits.starts_with('>');
+    return !rejection && (capped || (readNumber(digits, value) && std::isfinite(value)));
+}
+
 double metersPerUnit(const Scenario& scenario) {
     return scenario.units == "km" ? 1000.0 : 1609.0;
 }

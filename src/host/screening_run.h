@@ -38,6 +38,9 @@ struct ScreeningResult {
     std::string distance;                // "1.3", "< .1", "> 10" or "> 16", in the scenario's unit
     std::optional<Footprint> footprint;  // none: `problem` tells why
     std::string problem;
+
+    // Whether the calculator found a distance: a release of nothing has none, and the answer then is no number.
+    bool hasDistance() const;
 };
 
 // The plug-in as the run sees it: evaluates a script function with a parameter, and hands over the messages that it
