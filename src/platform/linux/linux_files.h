@@ -75,6 +75,7 @@ class LinuxFiles : public Files {
     // The items of the folder that was listed last.
     struct Listing {
         struct Entry {
+            std::uint64_t key = 0;  // the first bytes that are not the same in all names, to sort by
             std::size_t start = 0;
             std::uint16_t length = 0;
             bool isFolder = false;
@@ -82,6 +83,11 @@ class LinuxFiles : public Files {
         const Folder* folder = nullptr;
         std::string names;
         std::vector<Entry> entries;
+
+        std::string_view name(const Entry& entry) const {
+            return std::string_view(names).substr(entry.start, entry.length);
+        }
+        void sort();
     };
 
     // files_catalog.cpp: folders and names
