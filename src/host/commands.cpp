@@ -194,14 +194,16 @@ void showFunction(const FunctionHelp& help) {
                        paragraph("Parameter:", help.parameter) + paragraph("Result:", help.result) +
                        paragraph("Errors:", help.errors) + "  Example:   " + example + '\n';
     if (help.exampleResult) {
-        text += paragraph("", withLineFeeds(*help.exampleResult));
+        std::string result = withLineFeeds(*help.exampleResult);
+        result.erase(result.find_last_not_of('\n') + 1);
+        text += paragraph("", result);
     }
     writeOutput(text);
 }
 
 void showHelp(const CLI::App& app, const std::string& name, Context& context) {
     if (name.empty()) {
-        writeOutput(app.get_formatter()->make_help(&app, "", CLI::AppFormatMode::Normal));
+        writeOutput(app.get_formatter()->make_help(&app, "quil", CLI::AppFormatMode::Normal));
         return;
     }
     for (const CLI::App* command : app.get_subcommands({})) {

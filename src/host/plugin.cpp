@@ -1,6 +1,7 @@
 #include "host/plugin.h"
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <new>
 #include <utility>
 
@@ -88,6 +90,34 @@ void checkBundle(const std::string& bundle, const std::string& library) {
     }
 }
 
+// Whether a library lacks a part that its own table says it has. The loader would map the missing part, and die of it.
+bool isCutShort(const std::string& library) {
+    std::ifstream file(library, std::ios::binary | std::ios::ate);
+    const std::streamoff end = file.tellg();
+    const auto size = static_cast<std::uint64_t>(end > 0 ? end : 0);
+    Elf64_Ehdr header{};
+    file.seekg(0);
+    if (!file.read(reinterpret_cast<char*>(&header), sizeof header) ||
+        std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64 ||
+        header.e_phentsize != sizeof(Elf64_Phdr)) {
+        return false;  // whatever it is, the loader says so
+    }
+    // The table of sections stands at the end of the file.
+    const std::uint64_t sections = static_cast<std::uint64_t>(header.e_shnum) * header.e_shentsize;
+    if (header.e_shoff > size || sections > size - header.e_shoff) {
+        return true;
+    }
+    file.seekg(static_cast<std::streamoff>(header.e_phoff));
+    for (std::size_t i = 0; i < header.e_phnum; ++i) {
+        Elf64_Phdr part{};
+        if (!file.read(reinterpret_cast<char*>(&part), sizeof part) ||
+            (part.p_type == PT_LOAD && (part.p_offset > size || part.p_filesz > size - part.p_offset))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string toUtf8(const fmx::Text& text) {
@@ -127,6 +157,10 @@ Plugin::Plugin(const std::string& bundleDirectory) {
     const std::string directory = withoutClosingSlash(bundleDirectory);
     const std::string library = libraryPath(directory);
     checkBundle(directory, library);
+    if (isCutShort(library)) {
+        throw HostError("the plug-in library " + quoted(library) +
+                        " cannot be loaded: the file is cut short; install the bundle again");
+    }
     std::string error;
     bundle_ = platform::openBundle(directory, error);
     if (!bundle_) {

@@ -16,11 +16,11 @@ struct Outcome {
 };
 
 struct RunOptions {
-    std::string input;                                             // standard input
-    std::vector<std::pair<std::string, std::string>> environment;  // set beside what the test itself has
-    std::string folder;                                            // working folder; empty: the test's own
-    std::optional<std::string> outputFile;                         // standard output goes there instead
-    bool withoutOverride = false;                                  // even root has to respect file permissions
+    std::string input{};                                             // standard input
+    std::vector<std::pair<std::string, std::string>> environment{};  // set beside what the test itself has
+    std::string folder{};                                            // working folder; empty: the test's own
+    std::optional<std::string> outputFile{};                         // standard output goes there instead
+    bool withoutOverride = false;                                    // even root has to respect file permissions
 };
 
 // Runs a program until it ends. The variables QUIL_PLUGIN and QUIL_VOLUMES are removed before `environment` is set.
