@@ -60,9 +60,21 @@ static bool openByPosix(const char* path, bool append, FileRef& ref) {
     return openCandidate("/Volumes/", path, mode, ref) || openCandidate("/Users", path, mode, ref);
 }
 
+// Whether an existing item is a folder: then a name inside it is one that the machine can place.
+static bool isFolder(const FSSpec& spec) {
+    std::string inside(":");
+    inside.append(spec.nameView()).append(":x");
+    FSSpec child;
+    const OSErr error = files().makeSpec(spec.vRefNum, spec.parID, inside, child);
+    return error == platform::noErr || error == platform::fnfErr;
+}
+
 static OSErr writeByFileManager(const char* path, std::span<const char> bytes, bool append) {
     FSSpec spec;
     OSErr error = GetFSSpecFromFullPath(path, &spec);
+    if (error == platform::noErr && isFolder(spec)) {
+        return platform::notAFileErr;  // only a file gives way to a new one
+    }
     if (!append && (error == platform::noErr || error == platform::fnfErr)) {
         error = files().remove(spec);
         if (error == platform::noErr || error == platform::fnfErr) {
@@ -87,8 +99,11 @@ static OSErr writeByFileManager(const char* path, std::span<const char> bytes, b
 }
 
 static OSErr writeBuffer(const char* path, const char* buf, unsigned long n, bool append) {
-    if (buf == nullptr && n != 0) {
+    if (path == nullptr || (buf == nullptr && n != 0)) {
         return -1;
+    }
+    if (path[0] == 0) {
+        return platform::bdNamErr;  // its candidates would name the folders that hold volumes and users
     }
     const std::span<const char> bytes(buf, n);
     try {
@@ -103,10 +118,9 @@ static OSErr writeBuffer(const char* path, const char* buf, unsigned long n, boo
 }
 
 std::int32_t WriteBufferToFilePrimative(const char* path, const char* buf, unsigned long n, bool append) {
-    const char* const target = path == nullptr ? "" : path;
-    const OSErr error = writeBuffer(target, buf, n, append);
+    const OSErr error = writeBuffer(path, buf, n, append);
     if (error != platform::noErr) {
-        reportPath("Error writing to file:", target);
+        reportPath("Error writing to file:", path);
     }
     return error;
 }
