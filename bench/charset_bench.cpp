@@ -92,7 +92,7 @@ void runOurs(benchmark::State& state, const std::string& text, const Convert& co
     if (!text.empty() && dest[0] == 0) {
         state.SkipWithError("the text was not converted");
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(text.size() * state.iterations()));
+    state.SetBytesProcessed(static_cast<std::int64_t>(text.size()) * state.iterations());
 }
 
 void runIconv(benchmark::State& state, const std::string& text, const char* to, const char* from) {
@@ -103,7 +103,7 @@ void runIconv(benchmark::State& state, const std::string& text, const char* to, 
         benchmark::DoNotOptimize(dest.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(text.size() * state.iterations()));
+    state.SetBytesProcessed(static_cast<std::int64_t>(text.size()) * state.iterations());
 }
 
 void runIsUtf8(benchmark::State& state, const std::string& text) {
@@ -116,7 +116,7 @@ void runIsUtf8(benchmark::State& state, const std::string& text) {
     if (!valid) {
         state.SkipWithError("the text was not taken as UTF-8");
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(text.size() * state.iterations()));
+    state.SetBytesProcessed(static_cast<std::int64_t>(text.size()) * state.iterations());
 }
 
 void addPair(const std::string& name, const std::string& text, const Convert& convert, const char* to,

@@ -62,11 +62,12 @@ consteval std::array<std::uint64_t, 256> makeUtf8Machine() {
 constexpr std::array<std::uint64_t, 256> kUtf8Machine = makeUtf8Machine();
 
 constexpr std::size_t kBlock = 16;
+constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
 
 bool isAsciiBlock(const Byte* bytes) {
     std::uint64_t words[kBlock / 8];
     std::memcpy(words, bytes, kBlock);
-    return ((words[0] | words[1]) & 0x8080808080808080ULL) == 0;
+    return ((words[0] | words[1]) & kHighBits) == 0;
 }
 
 bool isUtf8(const Byte* bytes, std::size_t size) {
@@ -146,8 +147,6 @@ std::size_t countCharacters(const Byte* bytes, std::size_t size) {
     return static_cast<std::size_t>(
         std::count_if(bytes, bytes + size, [](Byte byte) { return !isContinuation(byte); }));
 }
-
-constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
 
 // Number of ASCII bytes in front of the first high byte of eight; 7 when there is none.
 unsigned asciiBytesInFront(const Byte* bytes) {
