@@ -18,6 +18,7 @@
 
 #include "fmx/call_record.h"
 #include "fmx/host.h"
+#include "frame/dispatch_table.h"
 #include "frame/entry.h"
 #include "platform/bundle.h"
 #include "platform/linux/linux_machine.h"
@@ -58,7 +59,8 @@ struct Memory {
 Memory gMemory;
 std::set<void*>* gBuffers = nullptr;  // the plug-in's buffers that are alive; its own memory is not counted
 
-void* newBlock(std::size_t size) {
+// Out of line: where they are not, the compiler sees malloc and free on the two sides of new and delete and warns.
+[[gnu::noinline]] void* newBlock(std::size_t size) {
     if (!gMemory.allowed()) {
         return nullptr;
     }
@@ -67,7 +69,7 @@ void* newBlock(std::size_t size) {
     return block;
 }
 
-void deleteBlock(void* block) {
+[[gnu::noinline]] void deleteBlock(void* block) {
     gMemory.blocks -= block != nullptr ? 1 : 0;
     std::free(block);
 }
@@ -270,8 +272,9 @@ const std::vector<std::vector<std::string>> kScript = {
 };
 
 // What one failed allocation may make of a call. `usual` is the call's outcome in full health, `empty` that of the same
-// function with an empty parameter.
-void expectDocumented(const Outcome& outcome, const Outcome& usual, const Outcome& empty, long handlesLeft) {
+// function with an empty parameter, `handled` whether a handler was to run.
+void expectDocumented(const Outcome& outcome, const Outcome& usual, const Outcome& empty, bool handled,
+                      long handlesLeft) {
     if (outcome.code == kNullHandle) {
         // There was no result handle; the name and the parameter stay behind.
         EXPECT_FALSE(outcome.answered);
@@ -295,7 +298,7 @@ void expectDocumented(const Outcome& outcome, const Outcome& usual, const Outcom
         return;
     }
     EXPECT_TRUE(outcome.text.empty());
-    bool told = false;
+    bool told = !handled;  // no handler, no report
     for (const std::string& alert : outcome.alerts) {
         told = told || alert.find("Not enough memory") != std::string::npos;
     }
@@ -318,7 +321,7 @@ TEST_F(SweepTest, AFailedAllocationEndsACallInSuccessOrInItsDocumentedOutcome) {
                     EXPECT_EQ(outcome, usual);
                     break;
                 }
-                expectDocumented(outcome, usual, empty, takeBackHandles());
+                expectDocumented(outcome, usual, empty, quil::FindRow(call[0]) != nullptr, takeBackHandles());
             }
             EXPECT_EQ(gMemory.blocks, blocksBefore) << "memory was left behind";
             ASSERT_EQ(evaluate(call), usual) << "the next call does not work";
