@@ -139,11 +139,11 @@ TEST_F(Frame, RegistersItsTwoFunctionsAndTakesThemBack) {
     const auto& version = registry_.functions[1];
     EXPECT_EQ(u"QUIL_Version", version.name);
     EXPECT_TRUE(version.prototype.starts_with(u"QUIL_Version("));
-    EXPECT_EQ(std::make_pair<short, short>(0, 1), std::make_pair(version.minParams, version.maxParams));
+    EXPECT_EQ((std::pair(short{0}, short{1})), (std::pair(version.minParams, version.maxParams)));
     const auto& external = registry_.functions[2];
     EXPECT_EQ(u"QUIL_External", external.name);
     EXPECT_TRUE(external.prototype.starts_with(u"QUIL_External("));
-    EXPECT_EQ(std::make_pair<short, short>(2, 2), std::make_pair(external.minParams, external.maxParams));
+    EXPECT_EQ((std::pair(short{2}, short{2})), (std::pair(external.minParams, external.maxParams)));
     EXPECT_EQ(65281U, external.flags);
     registry_.log.clear();
     call(fmx::kCallShutdown);
@@ -153,7 +153,7 @@ TEST_F(Frame, RegistersItsTwoFunctionsAndTakesThemBack) {
 }
 
 TEST_F(Frame, RollsBackWhenTheHostRefusesAFunction) {
-    for (const short refused : {1, 2}) {
+    for (const short refused : {short{1}, short{2}}) {
         noteHooks();
         sHooks.clear();
         registry_.refused = refused;

@@ -128,9 +128,28 @@ std::size_t encodeUtf8(char32_t character, char* out) {
     return 4;
 }
 
+// Copies the ASCII units at the front, a block at a time; returns how many.
+std::size_t copyAscii(std::u16string_view units, char* buffer, std::size_t room) {
+    static constexpr std::size_t kBlock = 16;
+    std::size_t i = 0;
+    for (; i + kBlock <= std::min(units.size(), room); i += kBlock) {
+        std::uint16_t bits = 0;
+        for (std::size_t k = 0; k < kBlock; ++k) {
+            bits = static_cast<std::uint16_t>(bits | units[i + k]);
+        }
+        if (bits >= 0x80) {
+            break;
+        }
+        for (std::size_t k = 0; k < kBlock; ++k) {
+            buffer[i + k] = static_cast<char>(units[i + k]);
+        }
+    }
+    return i;
+}
+
 std::size_t utf8Bytes(std::u16string_view units, char* buffer, std::size_t room) {
-    std::size_t used = 0;
-    for (std::size_t i = 0; i < units.size(); ++i) {
+    std::size_t used = copyAscii(units, buffer, room);
+    for (std::size_t i = used; i < units.size(); ++i) {
         char32_t character = units[i];
         if (character < 0x80) {
             if (used == room) {

@@ -1,6 +1,5 @@
 #include "frame/dispatch_table.h"
 
-#include <algorithm>
 #include <array>
 
 namespace quil {
@@ -9,22 +8,40 @@ namespace {
 
 constexpr std::size_t kMaxRows = 124;
 
-// The rows in dispatch order, and the same rows sorted by name for lookup.
+// The rows in dispatch order, and a hash table over their names: open addressing, at most a quarter full.
 struct Table {
+    static constexpr std::size_t kSlots = 512;
     std::array<const Row*, kMaxRows> ordered{};
-    std::array<const Row*, kMaxRows> sorted{};
+    std::array<const Row*, kSlots> slots{};
     std::size_t count = 0;
 
     Table() {
         for (const auto rows : {VSTARows()}) {
             for (const Row& row : rows) {
-                ordered.at(count) = &row;
-                sorted.at(count++) = &row;
+                ordered.at(count++) = &row;
+                std::size_t slot = firstSlot(row.name);
+                while (slots.at(slot) != nullptr) {
+                    slot = (slot + 1) % kSlots;
+                }
+                slots.at(slot) = &row;
             }
         }
-        std::sort(sorted.begin(), sorted.begin() + count, nameLess);
     }
-    static bool nameLess(const Row* a, const Row* b) { return std::string_view(a->name) < b->name; }
+    const Row* find(std::string_view name) const {
+        std::size_t slot = firstSlot(name);
+        while (slots[slot] != nullptr && slots[slot]->name != name) {
+            slot = (slot + 1) % kSlots;
+        }
+        return slots[slot];
+    }
+    // FNV-1a.
+    static std::size_t firstSlot(std::string_view name) {
+        std::uint32_t hash = 2166136261U;
+        for (const char c : name) {
+            hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+        }
+        return (hash ^ hash >> 16) % kSlots;
+    }
 };
 
 const Table& table() {
@@ -39,10 +56,7 @@ std::span<const Row* const> DispatchTable() {
 }
 
 const Row* FindRow(std::string_view name) {
-    const auto end = table().sorted.begin() + table().count;
-    const auto found = std::lower_bound(table().sorted.begin(), end, name,
-                                        [](const Row* row, std::string_view text) { return row->name < text; });
-    return found != end && (*found)->name == name ? *found : nullptr;
+    return table().find(name);
 }
 
 }  // namespace quil

@@ -41,9 +41,15 @@ static const Row* findRow(const fmx::Text& name) {
     if (row == nullptr) {
         return nullptr;
     }
-    fmx::TextAutoPtr candidate;
-    candidate->Assign(row->name, Encoding::native);
-    return *candidate == name ? row : nullptr;
+    // Scripts call the same function many times in a row, so the candidate of the last match is kept.
+    static fmx::TextAutoPtr sCandidate;
+    static const Row* sCandidateRow = nullptr;
+    if (sCandidateRow != row) {
+        sCandidateRow = nullptr;
+        sCandidate->Assign(row->name, Encoding::native);
+        sCandidateRow = row;
+    }
+    return *sCandidate == name ? row : nullptr;
 }
 
 // Nothing leaves a handler: want of memory inside one is told like any other.
