@@ -220,6 +220,23 @@ TEST(IsUtf8, AgreesWithThePlainCheckOnEveryShortSequenceAtEveryOffset) {
     }
 }
 
+TEST(IsUtf8, FindsOneBadPlaceAnywhereInALongText) {
+    std::string text;
+    for (char32_t c = 0x20; text.size() < 700; c = c * 3 % 0x1FFFF) {
+        text += c >= 0xD800 && c < 0xE000 ? "-" : utf8Of(c);
+    }
+    ASSERT_TRUE(my_IsUtf8(text.c_str()));
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        for (const char byte : {'a', '\x80', '\xC3', '\xE2', '\xFF'}) {
+            std::string changed = text;
+            changed[i] = byte;
+            EXPECT_EQ(my_IsUtf8(changed.c_str()), plainIsUtf8(changed)) << i;
+        }
+        EXPECT_EQ(my_IsUtf8(text.substr(i).c_str()), plainIsUtf8(text.substr(i))) << i;
+    }
+    EXPECT_FALSE(my_IsUtf8(std::string(2000, '\x80').c_str()));
+}
+
 TEST(ToUtf8, StopsAtTheFirstCharacterThatDoesNotFit) {
     const struct {
         const char* text;
@@ -282,9 +299,9 @@ TEST(FromUtf8, FailsAsAWhole) {
     }
 }
 
-// Texts of all lengths and mixtures, short and beyond the steps in which the converters go.
+// Texts of all mixtures, shorter and longer than the steps in which the converters go; some are read in two halves.
 std::string randomText(std::mt19937& random, unsigned highPercent) {
-    std::string text(random() % 90, 0);
+    std::string text(random() % (random() % 8 == 0 ? 1200 : 90), 0);
     for (char& c : text) {
         c = static_cast<char>(random() % 100 < highPercent ? 0x80 + random() % 0x80 : 1 + random() % 0x7F);
     }
@@ -297,7 +314,7 @@ TEST(Converters, AgreeWithThePlainOnesAtEverySize) {
     for (int round = 0; round < 1500; ++round) {
         for (const Set& set : kSets) {
             const std::string text = randomText(random, kHighPercent[round % 5]);
-            const std::size_t size = 1 + random() % 300;
+            const std::size_t size = 1 + random() % (3 * text.size() + 30);
             ASSERT_EQ(toUtf8(set, text, size), plainToUtf8(set, text, size)) << testing::PrintToString(text) << size;
 
             std::string utf8;

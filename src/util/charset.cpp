@@ -61,28 +61,69 @@ consteval std::array<std::uint64_t, 256> makeUtf8Machine() {
 }
 constexpr std::array<std::uint64_t, 256> kUtf8Machine = makeUtf8Machine();
 
-constexpr std::size_t kBlock = 16;
+constexpr std::ptrdiff_t kBlock = 16;
 constexpr std::uint64_t kHighBits = 0x8080808080808080ULL;
 
 bool isAsciiBlock(const Byte* bytes) {
-    std::uint64_t words[kBlock / 8];
+    std::uint64_t words[2];
     std::memcpy(words, bytes, kBlock);
     return ((words[0] | words[1]) & kHighBits) == 0;
+}
+
+bool isContinuation(Byte byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// Texts from this size on are read in two halves at once: what holds up either is the wait for its last byte.
+constexpr std::size_t kWorthHalving = 512;
+
+// The start of a character about the middle of a text; null when there is none, so that the text is malformed.
+const Byte* middle(const Byte* bytes, std::size_t size) {
+    const Byte* const half = bytes + size / 2;
+    const Byte* const start = std::find_if_not(half, half + 4, isContinuation);
+    return start == half + 4 ? nullptr : start;
 }
 
 bool isUtf8(const Byte* bytes, std::size_t size) {
     const Byte* const end = bytes + size;
     std::uint64_t state = kStart;
-    while (static_cast<std::size_t>(end - bytes) >= kBlock) {
+    if (size >= kWorthHalving) {
+        const Byte* const half = middle(bytes, size);
+        if (half == nullptr) {
+            return false;
+        }
+        const Byte* second = half;
+        std::uint64_t secondState = kStart;
+        for (; half - bytes >= kBlock && end - second >= kBlock; bytes += kBlock, second += kBlock) {
+            if ((state & 63) == kStart && (secondState & 63) == kStart && isAsciiBlock(bytes) && isAsciiBlock(second)) {
+                continue;
+            }
+            for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
+                state = kUtf8Machine[bytes[i]] >> (state & 63);
+                secondState = kUtf8Machine[second[i]] >> (secondState & 63);
+            }
+            if ((state & 63) == kBad || (secondState & 63) == kBad) {
+                return false;
+            }
+        }
+        for (; bytes < half; ++bytes) {
+            state = kUtf8Machine[*bytes] >> (state & 63);
+        }
+        if ((state & 63) != kStart) {
+            return false;
+        }
+        bytes = second;
+        state = secondState;
+    }
+    for (; end - bytes >= kBlock; bytes += kBlock) {
         if ((state & 63) != kStart || !isAsciiBlock(bytes)) {
-            for (std::size_t i = 0; i < kBlock; ++i) {
+            for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
                 state = kUtf8Machine[bytes[i]] >> (state & 63);
             }
             if ((state & 63) == kBad) {
                 return false;
             }
         }
-        bytes += kBlock;
     }
     for (; bytes < end; ++bytes) {
         state = kUtf8Machine[*bytes] >> (state & 63);
@@ -112,12 +153,12 @@ void convertToUtf8(const charset::ToUtf8& forms, const char* src, char* dest, un
 
     // While a block fits whatever it becomes, every character is stored as four bytes, of which the next covers the
     // rest.
-    while (static_cast<std::size_t>(inEnd - in) >= kBlock && room() > 3 * kBlock + 1) {
+    while (inEnd - in >= kBlock && destEnd - dest > 3 * kBlock + 1) {
         if (isAsciiBlock(in)) {
             std::memcpy(dest, in, kBlock);
             dest += kBlock;
         } else {
-            for (std::size_t i = 0; i < kBlock; ++i) {
+            for (std::ptrdiff_t i = 0; i < kBlock; ++i) {
                 const charset::Utf8Form& form = forms[in[i]];
                 std::memcpy(dest, form.bytes, 4);
                 dest += form.length;
@@ -136,10 +177,6 @@ void convertToUtf8(const charset::ToUtf8& forms, const char* src, char* dest, un
     if (room() != 0) {
         *dest = 0;
     }
-}
-
-bool isContinuation(Byte byte) {
-    return (byte & 0xC0) == 0x80;
 }
 
 // Bytes that are not the continuation of a character.
@@ -169,66 +206,119 @@ Byte takeHighCharacter(const charset::FromUtf8& table, const Byte*& in) {
     return table.pages[page][next[-1]];
 }
 
-void convertFromUtf8(const charset::FromUtf8& table, const char* src, char* dest, long destSize) {
-    if (destSize <= 0) {
-        return;
-    }
-    dest[0] = 0;
-    if (src == nullptr) {
-        return;
-    }
-    const auto* in = reinterpret_cast<const Byte*>(src);
-    const std::size_t length = std::strlen(src);
-    const auto room = static_cast<std::size_t>(destSize);
-    if (length >= room && countCharacters(in, length) >= room) {
-        return;
-    }
-    // Only a well-formed character finds a byte in the table, so the text needs no check of its own; and as a malformed
-    // one ends the conversion, no more bytes are stored than were counted.
-    const Byte* const inEnd = in + length;
-    char* out = dest;
-    char* const outEnd = dest + room;
+// A stretch of a conversion from UTF-8: what is left of the source and the room for what it becomes.
+struct Stretch {
+    const Byte* in;
+    const Byte* inEnd;
+    char* out;
+    char* outEnd;
 
-    // Words of eight bytes of which those in front of the first high one count. What is stored beyond is overwritten,
-    // for the last 32 bytes are at least 11 characters.
-    while (inEnd - in >= 32 && outEnd - out >= 16) {
+    // Whether words may be stored whole: what they hold beyond their ASCII bytes is overwritten later, for 32 bytes of
+    // source are at least 11 characters.
+    bool hasRoomForWords() const { return inEnd - in >= 32 && outEnd - out >= kBlock; }
+    bool atHighCharacter() const { return *in >= 0x80 && inEnd - in >= 3; }
+
+    // Copies a block when it is ASCII, else what stands in front of its first high byte, at most 7 bytes.
+    void copyAscii() {
         if (isAsciiBlock(in)) {
             std::memcpy(out, in, kBlock);
             out += kBlock;
             in += kBlock;
-            continue;
+            return;
         }
         std::memcpy(out, in, 8);
         const unsigned ascii = asciiBytesInFront(in);
         in += ascii;
         out += ascii;
-        while (*in >= 0x80) {
-            const Byte found = takeHighCharacter(table, in);
-            if (found == 0) {
-                dest[0] = 0;
-                return;
-            }
-            *out++ = static_cast<char>(found);
-            if (inEnd - in < 3) {
-                break;
+    }
+    // False when the set lacks the character or it is malformed.
+    bool takeHigh(const charset::FromUtf8& table) {
+        const Byte found = takeHighCharacter(table, in);
+        *out = static_cast<char>(found);
+        ++out;
+        return found != 0;
+    }
+};
+
+bool convertStretch(const charset::FromUtf8& table, Stretch& text) {
+    while (text.hasRoomForWords()) {
+        text.copyAscii();
+        while (text.atHighCharacter()) {
+            if (!text.takeHigh(table)) {
+                return false;
             }
         }
     }
-    while (in < inEnd) {
-        Byte found = *in;
-        if (found < 0x80) {
-            ++in;
-        } else {
-            // The look ahead ends at the terminator, which is no continuation byte.
-            found = inEnd - in >= 2 ? takeHighCharacter(table, in) : Byte{0};
+    while (text.in < text.inEnd) {
+        if (*text.in < 0x80) {
+            *text.out++ = static_cast<char>(*text.in++);
+        } else if (text.inEnd - text.in < 2 || !text.takeHigh(table)) {  // the byte behind the text is no continuation
+            return false;
         }
-        if (found == 0) {
-            dest[0] = 0;
-            return;
-        }
-        *out++ = static_cast<char>(found);
     }
-    *out = 0;
+    return true;
+}
+
+// Two stretches as far as both go in step.
+bool convertTogether(const charset::FromUtf8& table, Stretch& a, Stretch& b) {
+    while (a.hasRoomForWords() && b.hasRoomForWords()) {
+        a.copyAscii();
+        b.copyAscii();
+        while (a.atHighCharacter() && b.atHighCharacter()) {
+            if (!a.takeHigh(table) || !b.takeHigh(table)) {
+                return false;
+            }
+        }
+        while (a.atHighCharacter()) {
+            if (!a.takeHigh(table)) {
+                return false;
+            }
+        }
+        while (b.atHighCharacter()) {
+            if (!b.takeHigh(table)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+// Only a well-formed character finds a byte in the table, so the text needs no check of its own; and as a malformed one
+// ends the conversion, no more bytes are stored than there are characters.
+bool convertWhole(const charset::FromUtf8& table, const Byte* in, std::size_t length, char* dest, std::size_t room) {
+    if (length >= room && countCharacters(in, length) >= room) {
+        return false;
+    }
+    Stretch text = {in, in + length, dest, dest + room};
+    if (length >= kWorthHalving) {
+        const Byte* const half = middle(in, length);
+        if (half == nullptr) {
+            return false;
+        }
+        char* const outHalf = dest + countCharacters(in, static_cast<std::size_t>(half - in));
+        Stretch first = {in, half, dest, outHalf};
+        text.in = half;
+        text.out = outHalf;
+        if (!convertTogether(table, first, text) || !convertStretch(table, first)) {
+            return false;
+        }
+    }
+    if (!convertStretch(table, text)) {
+        return false;
+    }
+    *text.out = 0;
+    return true;
+}
+
+void convertFromUtf8(const charset::FromUtf8& table, const char* src, char* dest, long destSize) {
+    if (destSize <= 0) {
+        return;
+    }
+    dest[0] = 0;
+    if (src != nullptr && !convertWhole(table, reinterpret_cast<const Byte*>(src), std::strlen(src), dest,
+                                        static_cast<std::size_t>(destSize))) {
+        dest[0] = 0;
+    }
 }
 
 struct Release {
