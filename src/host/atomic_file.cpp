@@ -26,6 +26,7 @@ class QuietSignals {
     QuietSignals() {
         sigset_t all;
         sigfillset(&all);
+        sigdelset(&all, SIGXFSZ);  // a blocked signal is kept even when it is ignored
         pthread_sigmask(SIG_SETMASK, &all, &previousMask_);
         struct sigaction ignore = {};
         ignore.sa_handler = SIG_IGN;

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -63,8 +64,9 @@ class ScreeningSession {
                 [this] {
                     std::string messages;
                     for (const platform::AlertEffect& alert : machine_.takeEffects().alerts) {
-                        messages += (messages.empty() ? "" : " ") + alert.message;
+                        messages += (messages.empty() ? "" : " ") + std::string(trimmed(alert.message));
                     }
+                    std::replace(messages.begin(), messages.end(), '\r', ' ');  // ends a line in an alert
                     return messages;
                 }};
     }

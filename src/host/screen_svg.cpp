@@ -220,24 +220,35 @@ void drawZone(Picture& picture, const Footprint& footprint, double perUnit, cons
     picture.body += "  <circle cx=\"" + px(x(0)) + "\" cy=\"" + px(middle) + "\" r=\"5\" class=\"source\"/>\n";
 }
 
+// The usual size of an axis's labels, smaller where they need more room than `width`.
+double labelSize(const Ticks& ticks, double width) {
+    constexpr double size = 13;
+    double widest = 1;
+    for (double value : ticks.at) {
+        widest = std::max(widest, textWidth(ticks.label(value), size));
+    }
+    return std::min(size, size * width / widest);
+}
+
 void drawAxes(Picture& picture, const Scale& scale, double top, const std::string& unit) {
     double bottom = top + scale.height;
     double middle = top + scale.height / 2;
     Ticks along = ticksFor(scale.xEnd, 8);
-    if (textWidth(along.label(along.at.back()), 13) * 1.3 > kPlotWidth / static_cast<double>(along.at.size())) {
-        along = ticksFor(scale.xEnd, 4);
-    }
+    double apart = along.step / scale.xEnd * kPlotWidth;
+    double size = labelSize(along, std::min(apart * 0.9, 2 * (kWidth - kPlotRight) - 8));
     for (double value : along.at) {
         double x = kPlotLeft + value / scale.xEnd * kPlotWidth;
         picture.line(x, top, x, bottom + 5, "grid");
-        picture.text(x, bottom + 20, 13, along.label(value), "text-anchor=\"middle\" class=\"quiet\"");
+        picture.text(x, bottom + 20, size, along.label(value), "text-anchor=\"middle\" class=\"quiet\"");
     }
     Ticks across = ticksFor(scale.yEnd, scale.height > 300 ? 4 : 2);
+    size = labelSize(across, kPlotLeft - 40);
     for (double value : across.at) {
         for (int side : {1, -1}) {
             double y = middle - side * value / scale.yEnd * scale.height / 2;
             picture.line(kPlotLeft - 5, y, kPlotRight, y, "grid");
-            picture.text(kPlotLeft - 9, y + 4.5, 13, across.label(value), "text-anchor=\"end\" class=\"quiet\"");
+            picture.text(kPlotLeft - 9, y + size * 0.35, size, across.label(value),
+                         "text-anchor=\"end\" class=\"quiet\"");
             if (value == 0) {
                 break;
             }
