@@ -199,7 +199,7 @@ Status LinuxFiles::makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::strin
         }
         const std::string name = exchanged(found.name);
         if (name.size() > maxClassicName) {
-            return bdNamErr;  // the disk holds it, a specification cannot
+            return bdNamErr;  // the disk holds it, an FSSpec cannot
         }
         spec.vRefNum = refNumOf(found.volume);
         spec.parID = found.folder == nullptr ? fsRtParID : found.folder->id;
