@@ -266,6 +266,7 @@ TEST(Installation, RunsFromAnywhereAndCanBeMoved) {
     const std::string prefix = folder.file("first place");
     const Outcome install = support::run({"cmake", "--install", QUIL_BINARY_DIR, "--prefix", prefix});
     ASSERT_EQ(install.status, 0) << install.output << install.errors;
+    EXPECT_TRUE(fs::exists(prefix + "/share/doc/quil/functions.md"));
     const std::string moved = folder.file("second");
     for (const std::string& place : {prefix, moved}) {
         if (place == moved) {
