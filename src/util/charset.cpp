@@ -179,10 +179,20 @@ void convertToUtf8(const charset::ToUtf8& forms, const char* src, char* dest, un
     }
 }
 
-// Bytes that are not the continuation of a character.
+// Bytes that are not the continuation of a character, counted eight at a time.
 std::size_t countCharacters(const Byte* bytes, std::size_t size) {
-    return static_cast<std::size_t>(
-        std::count_if(bytes, bytes + size, [](Byte byte) { return !isContinuation(byte); }));
+    std::size_t count = size;
+    std::size_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes + i, 8);
+        const std::uint64_t continuations = (word >> 7 & ~(word >> 6)) & 0x0101010101010101ULL;
+        count -= continuations * 0x0101010101010101ULL >> 56;
+    }
+    for (; i < size; ++i) {
+        count -= isContinuation(bytes[i]);
+    }
+    return count;
 }
 
 // Number of ASCII bytes in front of the first high byte of eight; 7 when there is none.
@@ -290,13 +300,17 @@ bool convertWhole(const charset::FromUtf8& table, const Byte* in, std::size_t le
         return false;
     }
     Stretch text = {in, in + length, dest, dest + room};
-    if (length >= kWorthHalving) {
-        const Byte* const half = middle(in, length);
+    while (text.hasRoomForWords() && isAsciiBlock(text.in)) {
+        text.copyAscii();
+    }
+    const auto rest = static_cast<std::size_t>(text.inEnd - text.in);
+    if (rest >= kWorthHalving) {
+        const Byte* const half = middle(text.in, rest);
         if (half == nullptr) {
             return false;
         }
-        char* const outHalf = dest + countCharacters(in, static_cast<std::size_t>(half - in));
-        Stretch first = {in, half, dest, outHalf};
+        char* const outHalf = text.out + countCharacters(text.in, static_cast<std::size_t>(half - text.in));
+        Stretch first = {text.in, half, text.out, outHalf};
         text.in = half;
         text.out = outHalf;
         if (!convertTogether(table, first, text) || !convertStretch(table, first)) {

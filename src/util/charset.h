@@ -8,7 +8,8 @@ inline constexpr short kEncodingUtf8 = 1;
 inline constexpr short kEncodingMacRoman = 2;
 inline constexpr short kEncodingWindows1252 = 3;
 
-// Whether a null-terminated text is valid UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF). Null is not.
+// Whether a null-terminated text is valid UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF). Null is
+// not.
 bool my_IsUtf8(const char* text);
 
 // To UTF-8. A source that already is UTF-8 is copied whole when its length is below destSize, else `dest` stays empty.
@@ -17,8 +18,8 @@ bool my_IsUtf8(const char* text);
 void my_ConvertMacRomanToUtf8(const char* src, char* dest, unsigned long destSize);
 void my_ConvertWindows1252ToUtf8(const char* src, char* dest, unsigned long destSize);
 
-// From UTF-8, whole or not at all: one character without an equivalent, or too little room for text and terminator, gives
-// the empty text.
+// From UTF-8, whole or not at all: one character without an equivalent, or too little room for text and terminator,
+// gives the empty text.
 void my_ConvertUtf8ToMacRoman(const char* src, char* dest, long destSize);
 void my_ConvertUtf8ToWindows1252(const char* src, char* dest, long destSize);
 
