@@ -21,14 +21,14 @@ using support::MachineScope;
 using Messages = std::vector<std::string>;
 
 // A '/' in a classic name makes the POSIX candidates name a folder that is not there, so that the File Manager writes.
-constexpr char kPosixPath[] = "Disk:Work:a.txt";
-constexpr char kPosixFile[] = "Work/a.txt";
-constexpr char kManagerPath[] = "Disk:Work:a/b.txt";
-constexpr char kManagerFile[] = "Work/a:b.txt";
+constexpr char kPosixPath[] = "Disk:Desk:a.txt";
+constexpr char kPosixFile[] = "Desk/a.txt";
+constexpr char kManagerPath[] = "Disk:Desk:a/b.txt";
+constexpr char kManagerFile[] = "Desk/a:b.txt";
 
 class FileIo : public MachineFixture {
   protected:
-    FileIo() { makeFolder("Work"); }
+    FileIo() { makeFolder("Desk"); }
 
     static std::string textOf(char** handle) {
         return handle == nullptr ? "(null)"
@@ -102,21 +102,21 @@ struct RecordingMachine : support::WrappingMachine {
 TEST_F(FileIo, PosixCandidatesAreTheVolumeThenTheUsers) {
     RecordingMachine recorder(machine());
     MachineScope scope(recorder);
-    EXPECT_EQ(quil::WriteCStringToFile("Disk:Work:f", "x"), 0);
-    EXPECT_EQ(fileText("Work/f"), "x");
-    EXPECT_EQ(quil::AppendBufferToFile("Disk:Work:f", "y", 1), 0);
-    EXPECT_EQ(fileText("Work/f"), "xy");
+    EXPECT_EQ(quil::WriteCStringToFile("Disk:Desk:f", "x"), 0);
+    EXPECT_EQ(fileText("Desk/f"), "x");
+    EXPECT_EQ(quil::AppendBufferToFile("Disk:Desk:f", "y", 1), 0);
+    EXPECT_EQ(fileText("Desk/f"), "xy");
     quil::AppendBufferToFile(":me:f", "y", 1);
     quil::AppendBufferToFile("/tmp/a:b", "y", 1);
     EXPECT_EQ(recorder.recording.asked,
-              (Messages{"wb /Volumes/Disk/Work/f", "wb /UsersDisk/Work/f", "ab /Volumes/Disk/Work/f",
-                        "ab /UsersDisk/Work/f", "ab /Volumes//me/f", "ab /Users/me/f", "ab /tmp/a:b"}));
+              (Messages{"wb /Volumes/Disk/Desk/f", "wb /UsersDisk/Desk/f", "ab /Volumes/Disk/Desk/f",
+                        "ab /UsersDisk/Desk/f", "ab /Volumes//me/f", "ab /Users/me/f", "ab /tmp/a:b"}));
 }
 
 TEST_F(FileIo, APosixPathIsWrittenAsItStands) {
-    const std::string path = posix("Work/p:q");
+    const std::string path = posix("Desk/p:q");
     EXPECT_EQ(quil::WriteCStringToFile(path.c_str(), "x"), 0);
-    EXPECT_EQ(fileText("Work/p:q"), "x");
+    EXPECT_EQ(fileText("Desk/p:q"), "x");
 }
 
 TEST_F(FileIo, AFailingWriteIsReportedWithItsPath) {
@@ -130,10 +130,10 @@ TEST_F(FileIo, AFailingWriteIsReportedWithItsPath) {
     EXPECT_EQ(quil::WriteBufferToFile(kPosixPath, nullptr, 5), -1);
     EXPECT_EQ(takeMessages().size(), 5U);
 
-    makeFolder("Work/folder");
-    EXPECT_EQ(quil::WriteCStringToFile("Disk:Work:folder", "x"), platform::notAFileErr);
-    EXPECT_EQ(quil::AppendBufferToFile("Disk:Work:folder", "x", 1), platform::notAFileErr);
-    EXPECT_TRUE(isThere("Work/folder/."));
+    makeFolder("Desk/folder");
+    EXPECT_EQ(quil::WriteCStringToFile("Disk:Desk:folder", "x"), platform::notAFileErr);
+    EXPECT_EQ(quil::AppendBufferToFile("Disk:Desk:folder", "x", 1), platform::notAFileErr);
+    EXPECT_TRUE(isThere("Desk/folder/."));
     EXPECT_EQ(takeMessages().size(), 2U);
 
     const std::string longPath = "Disk:None:" + std::string(600, 'p');
@@ -144,11 +144,11 @@ TEST_F(FileIo, AFailingWriteIsReportedWithItsPath) {
 TEST_F(FileIo, ReadingGivesTheBytesAndATerminator) {
     putFile(kPosixFile, std::string("a\0b\xFF", 4));
     EXPECT_EQ(readWhole(kPosixPath), std::string("a\0b\xFF$", 5));
-    putFile("Work/empty", "");
-    EXPECT_EQ(readWhole("Disk:Work:empty"), "$");
+    putFile("Desk/empty", "");
+    EXPECT_EQ(readWhole("Disk:Desk:empty"), "$");
     const std::string large(3 << 20, 'l');
-    putFile("Work/large", large);
-    EXPECT_EQ(readWhole("Disk:Work:large"), large + "$");
+    putFile("Desk/large", large);
+    EXPECT_EQ(readWhole("Disk:Desk:large"), large + "$");
     EXPECT_TRUE(takeMessages().empty());
 }
 
@@ -158,27 +158,27 @@ TEST_F(FileIo, AFailingReadIsReportedOnlyOnRequest) {
         const char* operation;
         const char* message;
     };
-    for (const Row& row : {Row{"open", "Unable to open file: \rDisk:Work:a.txt\r\r"},
-                           Row{"size", "Unable to get file size: \rDisk:Work:a.txt\r\r"},
-                           Row{"read", "Error reading file: \rDisk:Work:a.txt\r\r"}}) {
+    for (const Row& row : {Row{"open", "Unable to open file: \rDisk:Desk:a.txt\r\r"},
+                           Row{"size", "Unable to get file size: \rDisk:Desk:a.txt\r\r"},
+                           Row{"read", "Error reading file: \rDisk:Desk:a.txt\r\r"}}) {
         for (const bool report : {true, false}) {
             machine().state().faults = {{row.operation, platform::ioErr}};
             EXPECT_EQ(readWhole(kPosixPath, report), "(null)");
             EXPECT_EQ(takeMessages(), report ? Messages{row.message} : Messages{});
         }
     }
-    EXPECT_EQ(readWhole("Disk:Work:none"), "(null)");
-    EXPECT_EQ(takeMessages(), Messages{"Unable to open file: \rDisk:Work:none\r\r"});
-    EXPECT_EQ(readWhole("Disk:Work:"), "(null)");
+    EXPECT_EQ(readWhole("Disk:Desk:none"), "(null)");
+    EXPECT_EQ(takeMessages(), Messages{"Unable to open file: \rDisk:Desk:none\r\r"});
+    EXPECT_EQ(readWhole("Disk:Desk:"), "(null)");
     EXPECT_EQ(readWhole(nullptr), "(null)");
 }
 
 TEST_F(FileIo, ListsItemsOfTheSameExtensionInAnyCase) {
     for (const char* name :
          {"a.txt", "b.TXT", "c.txt.bak", "d", "e.zip", "f.TVN", "g.Zip", "txt", "h.elevenlong", "i.twelvelonger"}) {
-        putFile(std::string("Work/") + name, "");
+        putFile(std::string("Desk/") + name, "");
     }
-    makeFolder("Work/folder.txt");
+    makeFolder("Desk/folder.txt");
     const auto lines = [](std::string text) {
         std::vector<std::string> items;
         for (std::size_t at; (at = text.find('\r')) != std::string::npos; text.erase(0, at + 1)) {
@@ -188,27 +188,27 @@ TEST_F(FileIo, ListsItemsOfTheSameExtensionInAnyCase) {
         std::sort(items.begin(), items.end());
         return items;
     };
-    EXPECT_EQ(lines(list("Disk:Work:x.Txt")), (Messages{"Disk:Work:a.txt", "Disk:Work:b.TXT", "Disk:Work:folder.txt"}));
-    const Messages pair = {"Disk:Work:e.zip", "Disk:Work:f.TVN", "Disk:Work:g.Zip"};
-    EXPECT_EQ(lines(list("Disk:Work:x.zip")), pair);
-    EXPECT_EQ(lines(list("Disk:Work:x.tvn")), pair);
-    EXPECT_EQ(lines(list("Disk:Work:.elevenlong")), Messages{"Disk:Work:h.elevenlong"});
-    EXPECT_EQ(list("Disk:Work:x.twelvelonger"), "");
-    EXPECT_EQ(list("Disk:Work:x"), "");
+    EXPECT_EQ(lines(list("Disk:Desk:x.Txt")), (Messages{"Disk:Desk:a.txt", "Disk:Desk:b.TXT", "Disk:Desk:folder.txt"}));
+    const Messages pair = {"Disk:Desk:e.zip", "Disk:Desk:f.TVN", "Disk:Desk:g.Zip"};
+    EXPECT_EQ(lines(list("Disk:Desk:x.zip")), pair);
+    EXPECT_EQ(lines(list("Disk:Desk:x.tvn")), pair);
+    EXPECT_EQ(lines(list("Disk:Desk:.elevenlong")), Messages{"Disk:Desk:h.elevenlong"});
+    EXPECT_EQ(list("Disk:Desk:x.twelvelonger"), "");
+    EXPECT_EQ(list("Disk:Desk:x"), "");
     EXPECT_EQ(list("Disk:None:x.txt"), "");
     EXPECT_EQ(list("Gone:x.txt", platform::nsvErr), "");
-    EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder("Disk:Work:x.txt", nullptr), -1);
+    EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder("Disk:Desk:x.txt", nullptr), -1);
     EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder(nullptr, nullptr), 0);
 }
 
 TEST_F(FileIo, ListsAreAddedToWhatTheHandleHolds) {
-    putFile("Work/a.txt", "");
+    putFile("Desk/a.txt", "");
     char** out = quil::NewFHandle(0);
     ASSERT_EQ(quil::CatHandleContents(out, "before\r"), 0);
-    EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder("Disk:Work:x.txt", out), 0);
-    EXPECT_EQ(quil::FHandleText(out), "before\rDisk:Work:a.txt\r");
-    EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder("Disk:Work:x.none", out), 0);
-    EXPECT_EQ(quil::FHandleText(out), "before\rDisk:Work:a.txt\r");
+    EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder("Disk:Desk:x.txt", out), 0);
+    EXPECT_EQ(quil::FHandleText(out), "before\rDisk:Desk:a.txt\r");
+    EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder("Disk:Desk:x.none", out), 0);
+    EXPECT_EQ(quil::FHandleText(out), "before\rDisk:Desk:a.txt\r");
     quil::DisposeAndClearFHandle(&out);
 }
 
@@ -313,8 +313,8 @@ TEST_F(FileIo, AWriteWithAFailingFileCallSucceedsWholeOrGivesItsCode) {
 }
 
 TEST_F(FileIo, AReadOrListWithAFailingFileCallIsWholeOrSaysSo) {
-    putFile("Work/a.txt", "content");
-    putFile("Work/b.txt", "");
+    putFile("Desk/a.txt", "content");
+    putFile("Desk/b.txt", "");
     for (const bool shortTransfer : {false, true}) {
         support::sweepFileCalls(machine(), {0, platform::ioErr, shortTransfer}, [&](FailingMachine& failing) {
             MachineScope scope(failing);
