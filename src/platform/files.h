@@ -49,8 +49,8 @@ class Files {
     virtual ~Files() = default;
 
     // FSMakeFSSpec. A path with a ':' that is not first is full; otherwise it is relative to the folder `dirID` of volume
-    // `vRefNum` (0 and 0: the default folder). noErr when the item exists; fnfErr when only its folder does (the file
-    // specification is filled all the same); dirNFErr, nsvErr or bdNamErr otherwise.
+    // `vRefNum` (0 and 0: the default folder). noErr when the item exists; fnfErr when only its folder does, with
+    // the result filled all the same; dirNFErr, nsvErr or bdNamErr otherwise.
     virtual Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, FSSpec& spec) = 0;
 
     // HOpenDF. fnfErr, notAFileErr for anything but a regular file, permErr, fLckdErr.
