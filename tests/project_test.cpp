@@ -1,4 +1,4 @@
-// The project as its users meet it: the wrapper `quil`, an installed copy, and the commands that README.md shows.
+// The project as its users meet it: the wrapper `quil` and the commands that README.md shows.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -125,22 +125,6 @@ TEST_F(WrapperTest, TellsWhichPackagesAreMissingWhenTheyCannotBeInstalled) {
               std::string::npos)
         << outcome.errors;
     EXPECT_FALSE(fs::exists(root_ / "build/release/quil"));
-}
-
-TEST(ProjectTest, AnInstalledCopyRunsFromAnywhereAndMayBeMoved) {
-    const support::TemporaryFolder folder;
-    const std::string first = folder.file("first place");
-    const Outcome install = run({"cmake", "--install", QUIL_BINARY_DIR, "--prefix", first});
-    ASSERT_EQ(install.status, 0) << install.output << install.errors;
-    const std::string second = folder.file("second place");
-    fs::rename(first, second);
-    const Outcome outcome = run({second + "/bin/quil", "call", "VSTACalculatePlumeDistance",
-                                 "SCREEN|0.0087|G|OPEN|3.35|MPH|150|LBS|100|F||||||10|MINUTES|||MI"},
-                                {.folder = "/"});
-    EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    EXPECT_EQ(outcome.output, "1.9\n");
-    const Outcome version = run({second + "/bin/quil", "--version"}, {.folder = "/"});
-    EXPECT_EQ(version.status, 0) << version.errors;
 }
 
 // The lines of the blocks that README.md marks "sh" and that run the program.
