@@ -29,8 +29,9 @@ struct Row {
     const char* exampleResult;     // ... and its result; null when it differs from call to call
 };
 
-// The module's rows, in dispatch order.
+// The rows of a module, in dispatch order.
 std::span<const Row> VSTARows();
+std::span<const Row> HBTRows();
 
 // All rows in dispatch order.
 std::span<const Row* const> DispatchTable();

@@ -5,6 +5,8 @@
 #include "frame/dispatcher.h"
 #include "frame/modules.h"
 #include "frame/strings.h"
+#include "maplayers/sessions.h"
+#include "records/records.h"
 #include "screening/model.h"
 #include "util/alerts.h"
 #include "util/app_path.h"
@@ -25,6 +27,9 @@ void ResetPlugInState() {
     ResetAlerts();
     ResetAppPath();
     ResetScreening();
+    ResetRecords();
+    ResetMapIDs();
+    ResetSessions();
 }
 
 std::int32_t Startup() {

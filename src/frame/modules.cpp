@@ -27,9 +27,7 @@ void GLN1_Plugin_Startup() {}
 void GLN1_Plugin_Idle() {}
 void GLN1_Plugin_Shutdown() {}
 void VSTA_Plugin_Startup() {}
-void VSTA_Plugin_Idle() {}
 void VSTA_Plugin_Shutdown() {}
-void HBT_Plugin_Startup() {}
 void HBT_Plugin_Idle() {}
 void HBT_Plugin_Shutdown() {}
 

@@ -125,6 +125,10 @@ std::int32_t WriteBufferToFilePrimative(const char* path, const char* buf, unsig
     return error;
 }
 
+OSErr WriteWholeFile(const char* path, const char* buf, unsigned long n) {
+    return writeBuffer(path, buf, n, false);
+}
+
 std::int32_t WriteBufferToFile(const char* path, const char* buf, unsigned long n) {
     return WriteBufferToFilePrimative(path, buf, n, false);
 }

@@ -18,6 +18,9 @@ std::int32_t WriteBufferToFile(const char* path, const char* buf, unsigned long 
 std::int32_t AppendBufferToFile(const char* path, const char* buf, unsigned long n);  // adds at the end
 std::int32_t WriteCStringToFile(const char* path, const char* text);                  // -1 for a null text
 
+// Replaces a file's contents like WriteBufferToFile, but reports nothing.
+OSErr WriteWholeFile(const char* path, const char* buf, unsigned long n);
+
 // The whole data fork and a NUL, in a handle that the caller disposes; null on failure.
 char** ReadFileIntoTerminatedFHandle(const char* path, bool reportErrors);
 
