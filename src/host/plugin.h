@@ -1,5 +1,5 @@
-// A plug-in as the host holds it: found in its bundle, loaded, called through its one entry point, and the functions that
-// it registered.
+// A plug-in as the host holds it: found in its bundle, loaded, called through its one entry point, and the functions
+// that it registered.
 #pragma once
 
 #include <cstdint>
@@ -44,8 +44,8 @@ inline constexpr std::int16_t kHostVersion = 60;
 
 class Plugin : public fmx::FunctionRegistry {
   public:
-    // The bundle to load when none is named: $QUIL_PLUGIN, else QUIL.fmplugin beside the program, else where an installed
-    // copy keeps it relative to the program.
+    // The bundle to load when none is named: $QUIL_PLUGIN, else QUIL.fmplugin beside the program, else where an
+    // installed copy keeps it relative to the program.
     static std::string defaultBundle();
 
     // Loads the plug-in of a bundle. A machine must be installed before. Throws HostError when the bundle is missing,
@@ -66,9 +66,12 @@ class Plugin : public fmx::FunctionRegistry {
     const std::vector<RegisteredFunction>& functions() const { return functions_; }
     // Evaluates a registered function with texts (UTF-8; bytes that are not become U+FFFD). A function that is not
     // registered, or a number of parameters outside its limits when `checkCount`, throws HostError.
-    Answer evaluate(std::string_view function, const std::vector<std::string_view>& parameters, bool checkCount = false);
+    Answer evaluate(std::string_view function, const std::vector<std::string_view>& parameters,
+                    bool checkCount = false);
     // QUIL_External(name; parameter).
-    Answer external(std::string_view name, std::string_view parameter) { return evaluate("QUIL_External", {name, parameter}); }
+    Answer external(std::string_view name, std::string_view parameter) {
+        return evaluate("QUIL_External", {name, parameter});
+    }
 
     fmx::errcode registerFunction(const fmx::QuadChar& pluginId, short funcId, const fmx::Text& name,
                                   const fmx::Text& prototype, short minParams, short maxParams, std::uint32_t flags,

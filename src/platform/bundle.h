@@ -3,8 +3,9 @@
 //     NAME.fmplugin/Contents/Linux/NAME.so
 //     NAME.fmplugin/Contents/Resources/English.lproj/Localizable.strings     "key" = "value";
 //     NAME.fmplugin/Contents/Resources/English.lproj/StringLists.strings     "list.entry" = "text";
-//     NAME.fmplugin/Contents/Resources/English.lproj/Versions.strings        "id.numeric", "id.region", "id.short", "id.long"
-//     NAME.fmplugin/Contents/Resources/English.lproj/Dialogs.strings         "id.bounds" = "t l b r"; "id.1" = "button t l b r";
+//     NAME.fmplugin/Contents/Resources/English.lproj/Versions.strings        "id.numeric", "id.region", "id.short",
+//     "id.long" NAME.fmplugin/Contents/Resources/English.lproj/Dialogs.strings         "id.bounds" = "t l b r"; "id.1"
+//     = "button t l b r";
 //
 // A strings file is UTF-8 (a byte order mark is allowed): entries "key" = "value"; with the escapes \" \\ \n \r \t and
 // \Uxxxx, comments /* ... */ and // .... Files larger than 4 MiB are refused.
@@ -21,7 +22,8 @@ namespace platform {
 
 using StringsTable = std::map<std::string, std::u16string, std::less<>>;
 
-// Parses a strings file. On failure returns a message with the line number and leaves `table` empty; else the empty text.
+// Parses a strings file. On failure returns a message with the line number and leaves `table` empty; else the empty
+// text.
 std::string parseStrings(std::string_view text, StringsTable& table);
 
 struct Bundle {

@@ -71,8 +71,8 @@ class Dialogs {
     virtual std::int16_t textHeight(std::string_view text, std::int16_t width) = 0;
     // TETextBox: draws `text` wrapped in `rect` of the dialog.
     virtual void drawTextBox(Dialog& dialog, std::string_view text, Rect rect) = 0;
-    // Shows the dialog, draws its user items and runs until a visible button is pressed. Returns its number, or 0 when the
-    // dialog could not be shown.
+    // Shows the dialog, draws its user items and runs until a visible button is pressed. Returns its number, or 0 when
+    // the dialog could not be shown.
     virtual std::int16_t runModal(Dialog& dialog) = 0;
     // `error` is set when the default options of the chooser are not to be had; else it is 0.
     virtual ChooserOutcome choose(const Chooser& chooser, Choice& choice, Status& error) = 0;

@@ -32,7 +32,7 @@ struct FInfo {
 
 // One item of the catalogue, as PBGetCatInfo describes it.
 struct CatalogItem {
-    std::string name;           // as the disk holds it, with '/' and ':' exchanged; at most 255 bytes
+    std::string name;  // as the disk holds it, with '/' and ':' exchanged; at most 255 bytes
     bool isFolder = false;
     std::int32_t dirID = 0;     // the item's own directory ID when it is a folder, else 0
     std::int32_t parentID = 0;  // directory ID of its parent
@@ -48,9 +48,9 @@ class Files {
   public:
     virtual ~Files() = default;
 
-    // FSMakeFSSpec. A path with a ':' that is not first is full; otherwise it is relative to the folder `dirID` of volume
-    // `vRefNum` (0 and 0: the default folder). noErr when the item exists; fnfErr when only its folder does, with
-    // the result filled all the same; dirNFErr, nsvErr or bdNamErr otherwise.
+    // FSMakeFSSpec. A path with a ':' that is not first is full; otherwise it is relative to the folder `dirID` of
+    // volume `vRefNum` (0 and 0: the default folder). noErr when the item exists; fnfErr when only its folder does,
+    // with the result filled all the same; dirNFErr, nsvErr or bdNamErr otherwise.
     virtual Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, FSSpec& spec) = 0;
 
     // HOpenDF. fnfErr, notAFileErr for anything but a regular file, permErr, fLckdErr.

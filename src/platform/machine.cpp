@@ -8,11 +8,14 @@ namespace platform {
 
 static Machine* sMachine = nullptr;
 
-Machine* installMachine(Machine* machine) { return std::exchange(sMachine, machine); }
+Machine* installMachine(Machine* machine) {
+    return std::exchange(sMachine, machine);
+}
 
 Machine& machine() {
     if (sMachine == nullptr) {
-        std::fputs("quil: no machine is installed; the program that loads the plug-in must install one first\n", stderr);
+        std::fputs("quil: no machine is installed; the program that loads the plug-in must install one first\n",
+                   stderr);
         std::abort();
     }
     return *sMachine;

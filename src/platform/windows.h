@@ -12,10 +12,11 @@ namespace platform {
 struct WindowRecord;
 using WindowRef = WindowRecord*;  // owned by the Window Manager; null is none
 
-inline constexpr std::int16_t userKind = 8;          // an ordinary document window
-inline constexpr std::int16_t utilityKind = 20000;   // the host's floating palettes
+inline constexpr std::int16_t userKind = 8;         // an ordinary document window
+inline constexpr std::int16_t utilityKind = 20000;  // the host's floating palettes
 
-// The progress box, drawn in a window's content. Which parts are new is the caller's rule, how it looks is the machine's.
+// The progress box, drawn in a window's content. Which parts are new is the caller's rule, how it looks is the
+// machine's.
 struct ProgressBox {
     Rect frame;                      // in the window's coordinates
     std::string text;                // one line
@@ -27,7 +28,7 @@ class Windows {
   public:
     virtual ~Windows() = default;
 
-    virtual WindowRef front() = 0;               // the first window of the list, or null
+    virtual WindowRef front() = 0;                // the first window of the list, or null
     virtual WindowRef next(WindowRef after) = 0;  // the one behind it, or null
     virtual std::int16_t kind(WindowRef window) = 0;
     virtual std::string title(WindowRef window) = 0;

@@ -12,12 +12,12 @@ namespace quil {
 // While nonzero, DoAlertMessage shows nothing.
 extern std::uint8_t gNoUserInterface;
 
-inline constexpr short kAlertDialogID = 23005;        // dialog resource; without it the built-in layout serves
-inline constexpr short kFunctionNamesListID = 144;    // string list of function names in error reports
+inline constexpr short kAlertDialogID = 23005;      // dialog resource; without it the built-in layout serves
+inline constexpr short kFunctionNamesListID = 144;  // string list of function names in error reports
 
-// Shows a modal alert and returns the button pressed, 1 to 3, or 0 when it could not be shown. `kind` chooses heading and
-// icon: C(aution), W(arning), N(ote), S(top), anything else none; the four named kinds beep first. Buttons 2 and 3 are
-// hidden when their text is empty or null. CRs end lines of the message.
+// Shows a modal alert and returns the button pressed, 1 to 3, or 0 when it could not be shown. `kind` chooses heading
+// and icon: C(aution), W(arning), N(ote), S(top), anything else none; the four named kinds beep first. Buttons 2 and 3
+// are hidden when their text is empty or null. CRs end lines of the message.
 short VariableDlg(char kind, const char* message, const char* button1, const char* button2, const char* button3);
 // Drawing procedure of the message item.
 void draw_message(platform::Dialog& dialog, short item);

@@ -22,9 +22,15 @@ struct FHandle {
     char* data;
     std::uint32_t size;
 };
-FHandle* record(char** handle) { return reinterpret_cast<FHandle*>(handle); }
-char* newBlock(unsigned long size) { return static_cast<char*>(allocator().allocateZeroed(size == 0 ? 1 : size)); }
-bool endsWithNul(const FHandle* h) { return h->size != 0 && h->data[h->size - 1] == 0; }
+FHandle* record(char** handle) {
+    return reinterpret_cast<FHandle*>(handle);
+}
+char* newBlock(unsigned long size) {
+    return static_cast<char*>(allocator().allocateZeroed(size == 0 ? 1 : size));
+}
+bool endsWithNul(const FHandle* h) {
+    return h->size != 0 && h->data[h->size - 1] == 0;
+}
 }  // namespace
 
 char** NewFHandle(unsigned long size) {
@@ -264,9 +270,15 @@ static char* breakString(char* buffer, std::string_view text) {
     return buffer;
 }
 
-char* ReturnString() { return breakString(gReturnString, "\r"); }
-char* IbmReturnString() { return breakString(gIbmReturnString, "\r\n"); }
-char* MacReturnString() { return breakString(gMacReturnString, "\r"); }
+char* ReturnString() {
+    return breakString(gReturnString, "\r");
+}
+char* IbmReturnString() {
+    return breakString(gIbmReturnString, "\r\n");
+}
+char* MacReturnString() {
+    return breakString(gMacReturnString, "\r");
+}
 
 std::string_view FHandleText(char** handle) {
     const auto size = static_cast<std::size_t>(GetFHandleSize(handle));

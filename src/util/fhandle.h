@@ -1,13 +1,13 @@
 // Byte handles: growable buffers that hold a terminated text, a bare text or a packed array; the currency of every
 // script function.
 //
-// A handle is a char** whose target is the data pointer, so `(*handle)[i]` indexes the bytes. There is no spare capacity:
-// growing allocates a zero-filled block of exactly the new size and copies; shrinking lowers the size alone, and the bytes
-// behind it stay until the next growth, which zeroes them. Code that assembles a long answer builds it elsewhere and
-// stores it once. Sizes are 32-bit; a size that does not fit is out of memory.
+// A handle is a char** whose target is the data pointer, so `(*handle)[i]` indexes the bytes. There is no spare
+// capacity: growing allocates a zero-filled block of exactly the new size and copies; shrinking lowers the size alone,
+// and the bytes behind it stay until the next growth, which zeroes them. Code that assembles a long answer builds it
+// elsewhere and stores it once. Sizes are 32-bit; a size that does not fit is out of memory.
 //
-// Status codes: 0 success, -1 null handle (or null argument where stated), -108 out of memory with the handle unchanged,
-// -345 a merged line too long.
+// Status codes: 0 success, -1 null handle (or null argument where stated), -108 out of memory with the handle
+// unchanged, -345 a merged line too long.
 #pragma once
 
 #include <cstdint>

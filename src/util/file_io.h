@@ -11,8 +11,8 @@
 namespace quil {
 
 // Writes `n` bytes: first by POSIX paths ("/Volumes/..." and "/Users..."), then by the File Manager, which gives a new
-// file type 'TEXT' and creator 'ttxt'. 0, a File Manager code, or 3 for a short write by POSIX; a failure is reported to
-// the user with the path. (The name is spelled so.)
+// file type 'TEXT' and creator 'ttxt'. 0, a File Manager code, or 3 for a short write by POSIX; a failure is reported
+// to the user with the path. (The name is spelled so.)
 std::int32_t WriteBufferToFilePrimative(const char* path, const char* buf, unsigned long n, bool append);
 std::int32_t WriteBufferToFile(const char* path, const char* buf, unsigned long n);   // replaces
 std::int32_t AppendBufferToFile(const char* path, const char* buf, unsigned long n);  // adds at the end
@@ -24,8 +24,8 @@ OSErr WriteWholeFile(const char* path, const char* buf, unsigned long n);
 // The whole data fork and a NUL, in a handle that the caller disposes; null on failure.
 char** ReadFileIntoTerminatedFHandle(const char* path, bool reportErrors);
 
-// Appends the full paths, each with a CR, of the items in filePath's folder with filePath's extension; ".ZIP" and ".TVN"
-// accept each other.
+// Appends the full paths, each with a CR, of the items in filePath's folder with filePath's extension; ".ZIP" and
+// ".TVN" accept each other.
 OSErr MakeListOfMatchingItemsInFolder(const char* filePath, char** out);
 
 // A 'vers' resource of the bundle. The texts are length-prefixed, 256 bytes each.

@@ -26,8 +26,8 @@ void BlockMoveData(const void* src, void* dst, long count);
 // Four-character codes.
 bool NeedToReverseOSTypes();
 void SwapOSType(std::uint32_t* type);
-OSType StringToOSType(const char* text);            // missing and zero bytes become spaces
-void OSTypeToString(OSType type, char* dest);       // 4 bytes and a terminator
+OSType StringToOSType(const char* text);       // missing and zero bytes become spaces
+void OSTypeToString(OSType type, char* dest);  // 4 bytes and a terminator
 bool IsAllSpacesOSType(OSType type);
 
 // Length-prefixed texts of at most 255 bytes.

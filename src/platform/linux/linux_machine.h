@@ -23,9 +23,9 @@ struct LinuxOptions {
     OSType signature = "FMP7"_4;     // the host's own
 };
 
-// Reads a volume table: "NAME=DIR" entries, in the form of QUIL_VOLUMES separated by newlines or ';'. Adds to `volumes`; on
-// failure returns what is wrong with which entry (no '=', empty name, ':' in the name, not a directory, a name given
-// twice), else the empty text.
+// Reads a volume table: "NAME=DIR" entries, in the form of QUIL_VOLUMES separated by newlines or ';'. Adds to
+// `volumes`; on failure returns what is wrong with which entry (no '=', empty name, ':' in the name, not a directory, a
+// name given twice), else the empty text.
 std::string parseVolumes(std::string_view table, std::vector<Volume>& volumes);
 
 // Files and folders as the options say.
