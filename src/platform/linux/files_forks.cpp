@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "platform/linux/errors.h"
+#include "platform/linux/large_read.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/names.h"
 #include "platform/linux/volumes.h"
@@ -197,6 +198,12 @@ Status LinuxFiles::read(FileRef ref, std::span<char> buffer, std::size_t& count)
     }
     if (!open->reads) {
         return permErr;
+    }
+    if (buffer.size() >= kLargeRead) {
+        if (const int error = readLarge(open->descriptor, buffer, count); error != 0) {
+            return statusOf(error);
+        }
+        return count < buffer.size() ? eofErr : noErr;
     }
     while (count < buffer.size()) {
         const ssize_t got = ::read(open->descriptor, buffer.data() + count, buffer.size() - count);
