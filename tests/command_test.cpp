@@ -236,7 +236,7 @@ TEST_F(Bundle, WithADamagedLibraryIsTold) {
         EXPECT_TRUE(fails(call(), 1, "the plug-in library \"" + library_.string() + "\" cannot be loaded: "));
     }
     fs::remove(library_);
-    fs::copy_file(QUIL_BINARY_DIR "/src/libquilplatform.so", library_);
+    fs::copy_file(QUIL_BINARY_DIR "/tests/no_plugin.so", library_);
     EXPECT_TRUE(fails(call(), 1, "it has no entry point FMExternCallProc"));
 }
 

@@ -424,8 +424,9 @@ TEST(ScreenSvg, IsWellFormedAndItsLabelsStandClearInsideThePicture) {
                 scenario.amount = parseMeasure(Quantity::mass, "123456.789 lb", problem);
                 scenario.levelOfConcern = parseMeasure(Quantity::levelOfConcern, "7.3 mg/m3", problem);
                 scenario.units = ratio < 0.1 ? "miles" : "km";
-                ScreeningResult result{.distance = distance < 1e4 ? "< .1" : "> 10",
-                                       .footprint = lens(distance, distance * ratio)};
+                ScreeningResult result;
+                result.distance = distance < 1e4 ? "< .1" : "> 10";
+                result.footprint = lens(distance, distance * ratio);
                 std::string svg = drawSvg(scenario, result);
                 SvgReader reader(svg);
                 SCOPED_TRACE(name.substr(0, 20) + " " + std::to_string(distance) + " " + std::to_string(ratio));
