@@ -11,6 +11,7 @@
 #include "maplayers/map_ids.h"
 #include "maplayers/sessions.h"
 #include "support/script_calls.h"
+#include "util/fhandle.h"
 
 namespace {
 
@@ -281,6 +282,31 @@ TEST_F(MapLayers, TellWhichFileIsMissing) {
     EXPECT_EQ((Texts{"Missing vertical bar in HBT_GetInfoInit parameter\r\r"}), alerts());
     EXPECT_EQ("", script(quil::HBT_GetInfoInit, "1|Disk:none"));
     EXPECT_EQ((Texts{"Unable to open file: \rDisk:none\r\r"}), alerts());
+}
+
+TEST_F(MapLayers, EmptyTheResultAfterAFault) {
+    makeFolder("objects");
+    makeFolder("Apps/LST2.txt");
+    putFile("Apps/LST2.txt/x", "");  // so that it cannot be removed
+    std::string lines;
+    for (int i = 0; i < 4000; ++i) {
+        lines += "1100010020300001\r\n";
+    }
+    putFile("many.txt", lines);
+    putFile("many.txt.sorted", lines);
+    for (const char* path : {"Disk:none", "Disk:objects", "Disk:many.txt"}) {
+        script(quil::HBT_ShowOnMapInit, "Coast");
+        append({"B2000001"});
+        char** parameter = quil::NewFHandle(0);
+        char** result = quil::NewFHandle(0);
+        quil::SetResultsHandle(parameter, path);
+        quil::SetResultsHandle(result, "before");
+        EXPECT_NE(0, quil::HBT_ShowOnMapGetLST2(2, parameter, result)) << path;
+        EXPECT_EQ("", quil::FHandleText(result)) << path;
+        EXPECT_FALSE(alerts().empty()) << path;
+        quil::DisposeAndClearFHandle(&parameter);
+        quil::DisposeAndClearFHandle(&result);
+    }
 }
 
 TEST_F(MapLayers, ReadTheRecordsOfOneGroup) {

@@ -288,28 +288,28 @@ TEST_F(Sets, SurviveEveryFailingAllocation) {
     const IDs a = {"C", "A", "C"};
     const IDs b = {"B", "A", "D"};
     for (const auto& [operators, whole] : {std::pair<const char*, IDs>{"AND", {"A"}}, {"OR", {"C", "A", "B", "D"}}}) {
-        for (long nth = 5;; ++nth)  // the first four make the handles of the call {
+        for (long nth = 5;; ++nth) {  // the first four make the handles of the call
             ASSERT_LT(nth, 50);
-        makeBooleanSets({a, b});
-        const bool failed = [&] {
-            support::FailingAllocator memory;
-            memory.failCall(nth);
-            script(quil::VSTA_MakeFoundSetFromBooleanSets, operators);
-            return memory.failed();
-        }();
-        for (const FoundSet& set : gBooleanSet) {
-            EXPECT_EQ(nullptr, set.items) << operators << nth;
-        }
-        if (failed && !alerts().empty()) {
-            EXPECT_EQ(0U, gFoundSet.count) << operators << nth;
-        } else {
-            EXPECT_EQ(whole, found()) << operators << nth;
-        }
-        if (!failed) {
-            break;
+            makeBooleanSets({a, b});
+            const bool failed = [&] {
+                support::FailingAllocator memory;
+                memory.failCall(nth);
+                script(quil::VSTA_MakeFoundSetFromBooleanSets, operators);
+                return memory.failed();
+            }();
+            for (const FoundSet& set : gBooleanSet) {
+                EXPECT_EQ(nullptr, set.items) << operators << nth;
+            }
+            if (failed && !alerts().empty()) {
+                EXPECT_EQ(0U, gFoundSet.count) << operators << nth;
+            } else {
+                EXPECT_EQ(whole, found()) << operators << nth;
+            }
+            if (!failed) {
+                break;
+            }
         }
     }
-}
 }
 
 }  // namespace

@@ -290,6 +290,7 @@ std::int32_t answerLST2(long funcNum, char** resultHandle, const std::string& te
     char path[256];
     if (WriteStringToFile(PathWhereWeWriteLst2File(path), text.c_str()) != 0) {
         ReportErrorMsgToUser("Error writing the list of IDs to the disk.");
+        SetFHandleSize(resultHandle, 0);
         return kAlreadyReported;
     }
     return Answer(funcNum, resultHandle, path);
@@ -302,6 +303,7 @@ std::int32_t showOnMap(long funcNum, const char* path, char** resultHandle) {
     ObjectList objects;
     if (const std::int32_t error = readObjects(path, objects); error != 0) {
         report(funcNum, error);
+        SetFHandleSize(resultHandle, 0);
         return error;
     }
     if (objects.count > 1 && !strictlyAscending(objects.ids()) && sortObjects(path, objects.ids()) != 0) {
@@ -333,6 +335,7 @@ std::int32_t HBT_ShowOnMapGetLST2(long funcNum, char** paramHandle, char** resul
         ReportErrorMsgToUser(message);
         error = kNoSuchFile;
         report(funcNum, error);
+        SetFHandleSize(resultHandle, 0);
     }
     endSession();
     return error;
@@ -427,7 +430,11 @@ std::int32_t HBT_GetInfoGetID(long funcNum, char** paramHandle, char** resultHan
     }
     char id[kHbtTextSize];
     HbtID2Str(list()[static_cast<std::size_t>(index) - 1], id);
-    return Answer(funcNum, resultHandle, id);
+    const std::int32_t error = Answer(funcNum, resultHandle, id);
+    if (error != 0) {
+        SetFHandleSize(resultHandle, 0);
+    }
+    return error;
 }
 
 std::int32_t HBT_GetInfoDispose(long /*funcNum*/, char** /*paramHandle*/, char** /*resultHandle*/) {

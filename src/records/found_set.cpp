@@ -253,6 +253,7 @@ std::int32_t OrBooleanSets(FoundSet& a, FoundSet& b) {
         std::copy_n(a.items, a.count, both.items);
         std::copy_n(b.items, b.count, both.items + a.count);
         both.count = both.capacity;
+        DisposeSet(a);
         DisposeSet(b);
         error = SortAndRemoveDuplicates(both);
     }
