@@ -55,15 +55,23 @@ class Files {
 
     // HOpenDF. fnfErr, notAFileErr for anything but a regular file, permErr, fLckdErr.
     virtual Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) = 0;
-    // fopen of a POSIX path, where "/Volumes/NAME/..." means the volume NAME wherever its directory is.
+    // fopen of a POSIX path, where "/Volumes/NAME/..." means the volume NAME wherever its directory is. With `replace`
+    // the old content stays whole until the fork is closed, where the file system allows it; then the new one takes its
+    // place at once, with the old file's permissions, owner and Finder information.
     virtual Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) = 0;
+    // HDelete, where there is a file, HCreate and HOpenDF: an empty fork for writing. As above, the old file
+    // goes when this one is closed. notAFileErr for a folder, fLckdErr, permErr, dirNFErr.
+    virtual Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) = 0;
     virtual Status getEOF(FileRef ref, std::int64_t& size) = 0;
     virtual Status setPosition(FileRef ref, std::int64_t fromStart) = 0;
     virtual Status setPositionAtEnd(FileRef ref) = 0;
     // Reads up to buffer.size() bytes, fewer only at the end of the file (then eofErr with `count` set).
     virtual Status read(FileRef ref, std::span<char> buffer, std::size_t& count) = 0;
     virtual Status write(FileRef ref, std::span<const char> bytes, std::size_t& count) = 0;
+    // Content that replaces a file's is on the disk and in its place after noErr, and gone after any other status.
     virtual Status close(FileRef ref) = 0;
+    // Closes; content that would replace a file's is dropped and the file stays as it was.
+    virtual Status discard(FileRef ref) = 0;
 
     virtual Status create(const FSSpec& spec, OSType creator, OSType type) = 0;  // HCreate
     virtual Status remove(const FSSpec& spec) = 0;                               // HDelete; a link goes, not its target

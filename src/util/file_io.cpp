@@ -33,15 +33,19 @@ static void reportPath(const char* words, const char* path) {
     ReportErrorMsgToUser(message);
 }
 
-// Writes all of `bytes` and closes. A failing close may have lost what was written, so it counts too.
+// Writes all of `bytes` and closes; what could not be written whole is dropped, so that what it would have replaced
+// stays. A failing close may have lost what was written, so it counts too.
 static OSErr writeAndClose(FileRef ref, std::span<const char> bytes) {
     std::size_t count = 0;
     OSErr error = bytes.empty() ? platform::noErr : files().write(ref, bytes, count);
     if (error == platform::noErr && count < bytes.size()) {
         error = platform::ioErr;
     }
-    const OSErr closeError = files().close(ref);
-    return error != platform::noErr ? error : closeError;
+    if (error != platform::noErr) {
+        files().discard(ref);
+        return error;
+    }
+    return files().close(ref);
 }
 
 // Opens the POSIX path `prefix` + `path` with every ':' made a '/'.
@@ -75,14 +79,10 @@ static OSErr writeByFileManager(const char* path, std::span<const char> bytes, b
     if (error == platform::noErr && isFolder(spec)) {
         return platform::notAFileErr;  // only a file gives way to a new one
     }
-    if (!append && (error == platform::noErr || error == platform::fnfErr)) {
-        error = files().remove(spec);
-        if (error == platform::noErr || error == platform::fnfErr) {
-            error = files().create(spec, "ttxt"_4, "TEXT"_4);
-        }
-    }
     FileRef ref = 0;
-    if (error == platform::noErr) {
+    if (!append && (error == platform::noErr || error == platform::fnfErr)) {
+        error = files().replaceDataFork(spec, "ttxt"_4, "TEXT"_4, ref);
+    } else if (error == platform::noErr) {
         error = files().openDataFork(spec, platform::ForkPermission::readWrite, ref);
     }
     if (error != platform::noErr) {

@@ -29,6 +29,10 @@ Status FailingFiles::openPosix(std::string_view posixPath, PosixMode mode, FileR
     return fails("openPosix") ? fault_.status : opened(inner_.openPosix(posixPath, mode, ref));
 }
 
+Status FailingFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) {
+    return fails("replaceDataFork") ? fault_.status : opened(inner_.replaceDataFork(spec, creator, type, ref));
+}
+
 Status FailingFiles::getEOF(FileRef ref, std::int64_t& size) {
     return fails("getEOF") ? fault_.status : inner_.getEOF(ref, size);
 }
@@ -58,11 +62,17 @@ Status FailingFiles::write(FileRef ref, std::span<const char> bytes, std::size_t
 }
 
 Status FailingFiles::close(FileRef ref) {
-    // A close that fails has closed the file all the same.
+    // A close that fails has closed the file all the same, and put nothing in its place.
     const bool failing = fails("close");
-    const Status status = inner_.close(ref);
+    const Status status = failing ? inner_.discard(ref) : inner_.close(ref);
     open_ -= status == noErr ? 1 : 0;
     return failing ? fault_.status : status;
+}
+
+Status FailingFiles::discard(FileRef ref) {
+    const Status status = inner_.discard(ref);
+    open_ -= status == noErr ? 1 : 0;
+    return status;
 }
 
 Status FailingFiles::create(const FSSpec& spec, OSType creator, OSType type) {

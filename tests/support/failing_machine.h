@@ -47,12 +47,15 @@ class FailingFiles : public platform::Files {
     platform::Status openDataFork(const platform::FSSpec& spec, platform::ForkPermission permission,
                                   platform::FileRef& ref) override;
     platform::Status openPosix(std::string_view posixPath, platform::PosixMode mode, platform::FileRef& ref) override;
+    platform::Status replaceDataFork(const platform::FSSpec& spec, platform::OSType creator, platform::OSType type,
+                                     platform::FileRef& ref) override;
     platform::Status getEOF(platform::FileRef ref, std::int64_t& size) override;
     platform::Status setPosition(platform::FileRef ref, std::int64_t fromStart) override;
     platform::Status setPositionAtEnd(platform::FileRef ref) override;
     platform::Status read(platform::FileRef ref, std::span<char> buffer, std::size_t& count) override;
     platform::Status write(platform::FileRef ref, std::span<const char> bytes, std::size_t& count) override;
     platform::Status close(platform::FileRef ref) override;
+    platform::Status discard(platform::FileRef ref) override;
     platform::Status create(const platform::FSSpec& spec, platform::OSType creator, platform::OSType type) override;
     platform::Status remove(const platform::FSSpec& spec) override;
     platform::Status getFinderInfo(const platform::FSSpec& spec, platform::FInfo& info) override;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <utility>
 
 #include "platform/linux/errors.h"
 #include "platform/linux/large_read.h"
@@ -15,10 +16,8 @@
 namespace platform {
 
 LinuxFiles::~LinuxFiles() {
-    for (const Fork& fork : forks_) {
-        if (fork.descriptor >= 0) {
-            ::close(fork.descriptor);
-        }
+    for (std::size_t i = 0; i < forks_.size(); ++i) {
+        discard(static_cast<FileRef>(i + 1));
     }
 }
 
@@ -28,6 +27,19 @@ LinuxFiles::Fork* LinuxFiles::fork(FileRef ref) {
     }
     Fork& fork = forks_[static_cast<std::size_t>(ref) - 1];
     return fork.descriptor < 0 ? nullptr : &fork;
+}
+
+// A reference that is free, for a fork that the caller puts there.
+Status LinuxFiles::newReference(FileRef& ref) {
+    auto free = std::find_if(forks_.begin(), forks_.end(), [](const Fork& fork) { return fork.descriptor < 0; });
+    if (free == forks_.end()) {
+        if (forks_.size() >= static_cast<std::size_t>(std::numeric_limits<FileRef>::max())) {
+            return tmfoErr;
+        }
+        free = forks_.insert(forks_.end(), Fork());
+    }
+    ref = static_cast<FileRef>(free - forks_.begin() + 1);
+    return noErr;
 }
 
 // Opens a regular file. It is looked at first, because opening is already an act on a device or a pipe, and again once
@@ -46,12 +58,10 @@ Status LinuxFiles::openPath(const std::string& path, int flags, FileRef& ref) {
         return statusOf(errno);
     }
 
-    auto slot = std::find_if(forks_.begin(), forks_.end(), [](const Fork& fork) { return fork.descriptor < 0; });
-    if (slot == forks_.end()) {
-        if (forks_.size() >= static_cast<std::size_t>(std::numeric_limits<FileRef>::max())) {
-            return tmfoErr;
-        }
-        slot = forks_.insert(forks_.end(), Fork());
+    FileRef free = 0;
+    const Status room = newReference(free);
+    if (room != noErr) {
+        return room;
     }
     int descriptor = -1;
     do {
@@ -68,8 +78,8 @@ Status LinuxFiles::openPath(const std::string& path, int flags, FileRef& ref) {
         ::close(descriptor);
         return error != 0 ? statusOf(error) : notAFileErr;
     }
-    *slot = {descriptor, access != O_WRONLY, access != O_RDONLY};
-    ref = static_cast<FileRef>(slot - forks_.begin() + 1);
+    *slot(free) = {descriptor, access != O_WRONLY, access != O_RDONLY, {}, {}};
+    ref = free;
     return noErr;
 }
 
@@ -146,10 +156,10 @@ Status LinuxFiles::openPosix(std::string_view posixPath, PosixMode mode, FileRef
         if (status != noErr) {
             return status;
         }
-        const int flags = mode == PosixMode::read      ? O_RDONLY
-                          : mode == PosixMode::replace ? O_WRONLY | O_CREAT | O_TRUNC
-                                                       : O_WRONLY | O_CREAT | O_APPEND;
-        return openPath(path, flags, ref);
+        if (mode == PosixMode::replace) {
+            return openReplacement(path, ref);
+        }
+        return openPath(path, mode == PosixMode::read ? O_RDONLY : O_WRONLY | O_CREAT | O_APPEND, ref);
     });
 }
 
@@ -247,10 +257,12 @@ Status LinuxFiles::close(FileRef ref) {
     if (open == nullptr) {
         return rfNumErr;
     }
-    const int descriptor = open->descriptor;
-    *open = Fork();
+    const Fork given = std::exchange(*open, Fork());
+    if (!given.temporary.empty()) {
+        return statusOf(putInPlace(given));
+    }
     // An interrupted close has closed all the same.
-    return ::close(descriptor) == 0 || errno == EINTR ? noErr : statusOf(errno);
+    return ::close(given.descriptor) == 0 || errno == EINTR ? noErr : statusOf(errno);
 }
 
 }  // namespace platform

@@ -107,6 +107,17 @@ Status LinuxFiles::setFinderInfo(const FSSpec& spec, const FInfo& info) {
 
 // --- made and removed ----------------------------------------------------------------------------------------------
 
+int LinuxFiles::setNewFinderInfo(int descriptor, OSType creator, OSType type) {
+    if (type == 0 && creator == 0) {
+        return 0;
+    }
+    FinderBytes bytes{};
+    putCode(bytes, 0, type);
+    putCode(bytes, 4, creator);
+    const int error = fsetxattr(descriptor, finderAttribute, bytes.data(), bytes.size(), 0) == 0 ? 0 : errno;
+    return error == ENOTSUP || error == EPERM || error == ENOSYS ? 0 : error;
+}
+
 // A file system without attributes still gets the file; its type and creator read as zeros then, and nothing is said.
 Status LinuxFiles::create(const FSSpec& spec, OSType creator, OSType type) {
     return guarded([&] {
@@ -122,14 +133,7 @@ Status LinuxFiles::create(const FSSpec& spec, OSType creator, OSType type) {
         if (descriptor < 0) {
             return errno == ENOENT ? dirNFErr : statusOf(errno);
         }
-        int error = 0;
-        if (type != 0 || creator != 0) {
-            FinderBytes bytes{};
-            putCode(bytes, 0, type);
-            putCode(bytes, 4, creator);
-            error = fsetxattr(descriptor, finderAttribute, bytes.data(), bytes.size(), 0) == 0 ? 0 : errno;
-            error = error == ENOTSUP || error == EPERM || error == ENOSYS ? 0 : error;
-        }
+        int error = setNewFinderInfo(descriptor, creator, type);
         if (::close(descriptor) != 0 && errno != EINTR && error == 0) {
             error = errno;
         }

@@ -30,12 +30,14 @@ class LinuxFiles : public Files {
     Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, FSSpec& spec) override;
     Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) override;
     Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) override;
+    Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override;
     Status getEOF(FileRef ref, std::int64_t& size) override;
     Status setPosition(FileRef ref, std::int64_t fromStart) override;
     Status setPositionAtEnd(FileRef ref) override;
     Status read(FileRef ref, std::span<char> buffer, std::size_t& count) override;
     Status write(FileRef ref, std::span<const char> bytes, std::size_t& count) override;
     Status close(FileRef ref) override;
+    Status discard(FileRef ref) override;
     Status create(const FSSpec& spec, OSType creator, OSType type) override;
     Status remove(const FSSpec& spec) override;
     Status getFinderInfo(const FSSpec& spec, FInfo& info) override;
@@ -70,6 +72,8 @@ class LinuxFiles : public Files {
         int descriptor = -1;
         bool reads = false;
         bool writes = false;
+        std::string temporary;  // what is open when it is to replace `target`, else empty
+        std::string target;
     };
 
     // The items of the folder that was listed last.
@@ -105,8 +109,16 @@ class LinuxFiles : public Files {
 
     // files_forks.cpp: open forks
     Fork* fork(FileRef ref);
+    Fork* slot(FileRef ref) { return &forks_[static_cast<std::size_t>(ref) - 1]; }
+    Status newReference(FileRef& ref);
     Status openPath(const std::string& path, int flags, FileRef& ref);
     Status volumePath(std::string_view posixPath, std::string& path) const;
+
+    // files_replace.cpp: files that give way to new content
+    Status openReplacement(const std::string& path, FileRef& ref);
+    static int putInPlace(const Fork& open);
+    // files_items.cpp: Finder information of a file that was just made, where the file system has any. 0 or errno.
+    static int setNewFinderInfo(int descriptor, OSType creator, OSType type);
 
     std::vector<Volume> volumes_;
     std::vector<Folder> roots_;                                // one a volume, ID 2

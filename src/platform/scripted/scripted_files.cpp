@@ -18,6 +18,18 @@ Status ScriptedFiles::openPosix(std::string_view posixPath, PosixMode mode, File
     return fault != noErr ? fault : files_.openPosix(posixPath, mode, ref);
 }
 
+// Deletes, creates and opens; that there was nothing to delete is no fault.
+Status ScriptedFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) {
+    static constexpr std::string_view deletion = "delete";
+    for (const std::string_view operation : {deletion, std::string_view("create"), std::string_view("open")}) {
+        const Status fault = shared_.meetFault(operation);
+        if (fault != noErr && (operation != deletion || fault != fnfErr)) {
+            return fault;
+        }
+    }
+    return files_.replaceDataFork(spec, creator, type, ref);
+}
+
 Status ScriptedFiles::getEOF(FileRef ref, std::int64_t& size) {
     const Status fault = shared_.meetFault("size");
     return fault != noErr ? fault : files_.getEOF(ref, size);
@@ -47,6 +59,10 @@ Status ScriptedFiles::write(FileRef ref, std::span<const char> bytes, std::size_
 
 Status ScriptedFiles::close(FileRef ref) {
     return files_.close(ref);
+}
+
+Status ScriptedFiles::discard(FileRef ref) {
+    return files_.discard(ref);
 }
 
 Status ScriptedFiles::create(const FSSpec& spec, OSType creator, OSType type) {

@@ -39,12 +39,14 @@ class ScriptedFiles : public Files {
     Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, FSSpec& spec) override;
     Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) override;
     Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) override;
+    Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override;
     Status getEOF(FileRef ref, std::int64_t& size) override;
     Status setPosition(FileRef ref, std::int64_t fromStart) override;
     Status setPositionAtEnd(FileRef ref) override;
     Status read(FileRef ref, std::span<char> buffer, std::size_t& count) override;
     Status write(FileRef ref, std::span<const char> bytes, std::size_t& count) override;
     Status close(FileRef ref) override;
+    Status discard(FileRef ref) override;
     Status create(const FSSpec& spec, OSType creator, OSType type) override;
     Status remove(const FSSpec& spec) override;
     Status getFinderInfo(const FSSpec& spec, FInfo& info) override;

@@ -1,0 +1,225 @@
+// Files of LinuxFiles that give way to new content: it is written to a temporary beside the file and takes the file's
+// place when it is complete on the disk, so that an interruption or a full disk loses nothing.
+#include <fcntl.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/errors.h"
+#include "platform/linux/linux_files.h"
+
+namespace platform {
+
+static constexpr char finderAttribute[] = "user.com.apple.FinderInfo";
+
+static std::string folderOfPath(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+namespace {
+
+// An empty file beside another, gone with this object unless it is released.
+struct Temporary {
+    int descriptor = -1;
+    std::string path;
+
+    Temporary() = default;
+    ~Temporary() {
+        if (descriptor >= 0) {
+            ::close(descriptor);
+            unlink(path.c_str());
+        }
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+
+    int release() { return std::exchange(descriptor, -1); }
+    // Makes it in a folder, under a name that nothing else has. 0 or errno.
+    int open(const std::string& folder) {
+        static unsigned sNumber = 0;
+        for (;;) {
+            path = folder + "/.quil-" + std::to_string(getpid()) + "-" + std::to_string(++sNumber);
+            descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (descriptor >= 0 || (errno != EEXIST && errno != EINTR)) {
+                return descriptor >= 0 ? 0 : errno;
+            }
+        }
+    }
+};
+
+}  // namespace
+
+// Whether a folder that takes no temporary, for this reason, leaves writing in place.
+static bool leavesWritingInPlace(int error) {
+    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG || error == ENOTSUP;
+}
+
+// In such a folder (/tmp, for instance) another's file may be written but not replaced.
+static bool keepsOthersFiles(const std::string& folder, const struct stat& file) {
+    struct stat status {};
+    return geteuid() != 0 && stat(folder.c_str(), &status) == 0 && (status.st_mode & S_ISVTX) != 0 &&
+           status.st_uid != geteuid() && file.st_uid != geteuid();
+}
+
+// Copies the extended attributes, Finder information and access lists among them. 0, or errno when the Finder
+// information could not be kept; others stay behind where the file system will not have them.
+static int copyAttributes(int from, int to) {
+    std::vector<char> names(static_cast<std::size_t>(std::max<ssize_t>(flistxattr(from, nullptr, 0), 0)));
+    const ssize_t size = names.empty() ? 0 : flistxattr(from, names.data(), names.size());
+    for (ssize_t at = 0; at < size;) {
+        const char* name = names.data() + at;
+        at += static_cast<ssize_t>(std::strlen(name)) + 1;
+        std::vector<char> value(static_cast<std::size_t>(std::max<ssize_t>(fgetxattr(from, name, nullptr, 0), 0)));
+        const ssize_t length = fgetxattr(from, name, value.data(), value.size());
+        if ((length < 0 || fsetxattr(to, name, value.data(), static_cast<std::size_t>(length), 0) != 0) &&
+            std::strcmp(name, finderAttribute) == 0) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+// Gives the new file the old one's owner (where that is allowed), permissions and attributes. 0 or errno.
+static int takeOver(int from, const struct stat& old, int to) {
+    mode_t mode = old.st_mode & 07777;
+    struct stat made {};
+    if (fstat(to, &made) != 0) {
+        return errno;
+    }
+    if ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) && fchown(to, old.st_uid, old.st_gid) != 0) {
+        mode &= 01777;  // rights of another owner are not handed on
+        static_cast<void>(fchown(to, static_cast<uid_t>(-1), old.st_gid) == 0);
+    }
+    return fchmod(to, mode) != 0 ? errno : copyAttributes(from, to);
+}
+
+// A link's target gives way, not the link. A file with several names is written in place, so that it stays one file,
+// and so is one whose folder takes no other.
+Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
+    struct stat old {};
+    Temporary temporary;
+    if (stat(path.c_str(), &old) != 0) {
+        const bool isNew = errno == ENOENT && !path.ends_with('/') && lstat(path.c_str(), &old) != 0;
+        std::string target = path;
+        const Status status = newReference(ref);
+        if (status != noErr) {
+            return status;
+        }
+        if (!isNew || temporary.open(folderOfPath(path)) != 0) {
+            return openPath(path, O_WRONLY | O_CREAT | O_TRUNC, ref);  // says what is wrong, if anything is
+        }
+        *slot(ref) = {temporary.release(), false, true, std::move(temporary.path), std::move(target)};
+        return noErr;
+    }
+    const Status status = openPath(path, O_WRONLY, ref);
+    if (status != noErr) {
+        return status;
+    }
+    Fork& open = *slot(ref);
+    int error = 0;
+    try {
+        const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
+        error = resolved == nullptr || fstat(open.descriptor, &old) != 0 ? errno : 0;
+        if (error == 0) {
+            open.target = resolved.get();
+            const std::string folder = folderOfPath(open.target);
+            bool inPlace = old.st_nlink > 1 || keepsOthersFiles(folder, old);
+            if (!inPlace) {
+                error = temporary.open(folder);
+                inPlace = leavesWritingInPlace(error);
+            }
+            if (inPlace) {
+                error = ftruncate(open.descriptor, 0) == 0 ? 0 : errno;
+            } else if (error == 0) {
+                error = takeOver(open.descriptor, old, temporary.descriptor);
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        error = ENOMEM;
+    }
+    if (error != 0) {
+        discard(ref);
+    } else if (temporary.descriptor >= 0) {
+        ::close(std::exchange(open.descriptor, temporary.release()));
+        open.temporary = std::move(temporary.path);
+    }
+    return statusOf(error);
+}
+
+// Here a link itself gives way, as it would be deleted.
+Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) {
+    return guarded([&] {
+        Place found;
+        Status status = locate(spec, found);
+        if (status != noErr && status != fnfErr) {
+            return status;
+        }
+        if (status == noErr && (found.folder == nullptr || S_ISDIR(found.item.st_mode))) {
+            return notAFileErr;
+        }
+        if (status == noErr && isLocked(found.item)) {
+            return fLckdErr;
+        }
+        status = newReference(ref);
+        if (status != noErr) {
+            return status;
+        }
+        Temporary temporary;
+        int error = temporary.open(folderOfPath(found.path));
+        if (error == ENOENT) {
+            return dirNFErr;
+        }
+        if (error == 0) {
+            error = setNewFinderInfo(temporary.descriptor, creator, type);
+        }
+        if (error == 0) {
+            *slot(ref) = {temporary.release(), false, true, std::move(temporary.path), std::move(found.path)};
+        }
+        return statusOf(error);
+    });
+}
+
+// Puts complete content in place: on the disk first, then under its name. 0 or errno.
+int LinuxFiles::putInPlace(const Fork& open) {
+    int error = fsync(open.descriptor) == 0 ? 0 : errno;
+    if (::close(open.descriptor) != 0 && errno != EINTR && error == 0) {
+        error = errno;
+    }
+    if (error == 0 && rename(open.temporary.c_str(), open.target.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        unlink(open.temporary.c_str());
+        return error;
+    }
+    const int folder = ::open(folderOfPath(open.target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0) {  // the new name outlives a power failure where the file system can promise it
+        fsync(folder);
+        ::close(folder);
+    }
+    return 0;
+}
+
+Status LinuxFiles::discard(FileRef ref) {
+    Fork* open = fork(ref);
+    if (open == nullptr) {
+        return rfNumErr;
+    }
+    const Fork given = std::exchange(*open, Fork());
+    ::close(given.descriptor);
+    if (!given.temporary.empty()) {
+        unlink(given.temporary.c_str());
+    }
+    return noErr;
+}
+
+}  // namespace platform
