@@ -202,7 +202,7 @@ std::int32_t AppendStructToHandle(char** handle, const void* bytes, long count) 
     if (SetFHandleSize(handle, size + static_cast<unsigned long>(count)) != 0) {
         return kOutOfMemory;
     }
-    std::memcpy(*handle + size, bytes, static_cast<std::size_t>(count));
+    std::copy_n(static_cast<const char*>(bytes), count, *handle + size);
     return 0;
 }
 
