@@ -1,9 +1,9 @@
 // `quil rpc`: requests in, answers out, in this process and through the built program.
-
 #include "host/rpc.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -16,31 +16,31 @@
 namespace {
 
 using nlohmann::json;
+using platform::operator""_4;
 
 constexpr char kBundle[] = QUIL_BINARY_DIR "/QUIL.fmplugin";
 constexpr char kScenario[] = "SCREEN|0.0087|G|OPEN|3.35|MPH|150|LBS|100|F||||||10|MINUTES|||MI";
-
-host::RpcOptions optionsOn(const support::TemporaryFolder& folder) {
-    host::RpcOptions options;
-    options.machine.volumes = {{"Disk", folder.path().string()}};
-    options.machine.application = "Disk:Host";
-    options.bundle = kBundle;
-    return options;
-}
 
 std::string requestText(std::string_view method, const json& params = json::object(), const json& id = 1) {
     return json{{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", params}}.dump();
 }
 
+json eventWith(const char* parameters) {
+    return {{"class", "QUIL"}, {"id", "AEVT"}, {"parameters", json::parse(parameters)}};
+}
+
 class RpcTest : public testing::Test {
   protected:
-    RpcTest() : session(optionsOn(folder)) {}
-
+    host::RpcOptions options() const {
+        host::RpcOptions options{{}, kBundle};
+        options.machine.volumes = {{"Disk", folder.path().string()}};
+        options.machine.application = "Disk:Host";
+        return options;
+    }
     std::string serve(std::string_view line) {
         std::string output;
         session.serve(line, output);
-        EXPECT_TRUE(output.empty() || output.back() == '\n');
-        EXPECT_LE(std::count(output.begin(), output.end(), '\n'), 1) << "an answer is one line";
+        EXPECT_TRUE(output.empty() || output.find('\n') == output.size() - 1) << "an answer is one line: " << output;
         return output;
     }
     json answer(std::string_view line) {
@@ -58,88 +58,87 @@ class RpcTest : public testing::Test {
         return result("call", {{"name", name}, {"parameter", parameter}});
     }
 
+    // Feeds `pieces` to runRpc, each to be read on its own as far as it fits, and returns the answers.
+    std::vector<json> converse(const std::vector<std::string_view>& pieces) {
+        int in[2];
+        EXPECT_EQ(::pipe2(in, O_DIRECT), 0);
+        std::thread writer([&pieces, fd = in[1]] {
+            for (std::string_view piece : pieces) {
+                for (ssize_t count = 0; !piece.empty() && count >= 0;
+                     piece.remove_prefix(std::max<ssize_t>(count, 0))) {
+                    count = ::write(fd, piece.data(), piece.size());
+                }
+            }
+            ::close(fd);
+        });
+        const int out = ::memfd_create("answers", 0);
+        EXPECT_EQ(host::runRpc(options(), in[0], out), 0);
+        writer.join();
+        std::istringstream lines(support::readFile("/proc/self/fd/" + std::to_string(out)));
+        ::close(in[0]);
+        ::close(out);
+        std::vector<json> answers;
+        for (std::string line; std::getline(lines, line);) {
+            answers.push_back(json::parse(line));
+        }
+        return answers;
+    }
+
     support::TemporaryFolder folder;
-    host::RpcSession session;
+    host::RpcSession session{options()};
 };
 
 TEST_F(RpcTest, serves_the_life_of_a_plug_in) {
     EXPECT_EQ(result("string", {{"kind", 131}}), (json{{"text", "QUIL1nnYYnn"}})) << "in any state";
     EXPECT_EQ(result("functions")["registered"], json::array());
+    const std::pair<const char*, json> early[] = {
+        {"call", {{"name", "x"}}}, {"external", {{"parameters", json::array()}}}, {"version", json::object()}};
+    for (const auto& [method, params] : early) {
+        const json error = answer(requestText(method, params))["error"];
+        EXPECT_EQ(error["code"], -32000);
+        EXPECT_NE(error["message"].get<std::string>().find("not registered"), std::string::npos) << error;
+    }
     EXPECT_EQ(result("initialize"), (json{{"code", 52}}));
     const json functions = result("functions");
     ASSERT_EQ(functions["registered"].size(), 2U);
-    const json& external = functions["registered"][1];
-    EXPECT_EQ(external["id"], 2);
-    EXPECT_EQ(external["name"], "QUIL_External");
+    json external = functions["registered"][1];
     EXPECT_EQ(external["prototype"].get<std::string>().find("QUIL_External("), 0U);
-    EXPECT_EQ(external["min"], 2);
-    EXPECT_EQ(external["max"], 2);
-    EXPECT_EQ(external["flags"], 0xFF01);
-    std::vector<std::string> names;
-    for (const host::FunctionHelp& help : host::readFunctionList(kBundle)) {
-        names.push_back(help.name);
-    }
-    EXPECT_EQ(functions["script"], json(names));
-    EXPECT_FALSE(names.empty());
-    EXPECT_EQ(result("idle"), json::object());
+    external.erase("prototype");
+    EXPECT_EQ(external, json::parse(R"({"id": 2, "name": "QUIL_External", "min": 2, "max": 2, "flags": 65281})"));
+    EXPECT_EQ(functions["script"].size(), host::readFunctionList(kBundle).size());
     EXPECT_EQ(result("idle", {{"level", 255}}), json::object());
     EXPECT_EQ(call("VSTACalculatePlumeDistance", kScenario), (json{{"code", 0}, {"text", "1.9"}}));
     EXPECT_EQ(result("external", {{"parameters", {"VSTACalculatePlumeDistance", kScenario}}})["text"], "1.9");
     EXPECT_EQ(result("call", {{"name", "nobody"}})["text"], "Function name does not match a supported function.");
-    for (const json& parameters : {json::array(), json::array({"a"}), json::array({"a", "b", "c"})}) {
-        EXPECT_EQ(result("external", {{"parameters", parameters}})["text"].get<std::string>().find("Usage: "), 0U);
-    }
-    EXPECT_EQ(result("version")["code"], 0);
+    EXPECT_EQ(result("external", {{"parameters", {"a"}}})["text"].get<std::string>().find("Usage: "), 0U);
     EXPECT_NE(result("version", {{"parameters", {"long"}}})["text"], "");
     EXPECT_EQ(result("string", {{"kind", 130}}), (json{{"text", nullptr}})) << "left untouched";
-    EXPECT_NE(result("string")["text"], "");
     EXPECT_EQ(result("string", {{"size", 2}})["text"], "") << "a name that does not fit is not copied";
     EXPECT_EQ(result("shutdown"), json::object());
     EXPECT_EQ(answer(requestText("call", {{"name", "x"}}))["error"]["code"], -32000);
-    EXPECT_EQ(result("initialize", {{"version", 255}})["code"], 52) << "a fresh start";
-}
-
-TEST_F(RpcTest, tells_the_host_versions_that_the_plug_in_refuses) {
     for (const auto& [version, code] : std::map<int, int>{{49, -1}, {50, 52}, {255, 52}, {256, -1}, {-32768, -1}}) {
         EXPECT_EQ(result("initialize", {{"version", version}}), (json{{"code", code}})) << version;
         result("shutdown");
     }
 }
 
-TEST_F(RpcTest, tells_that_a_function_is_not_registered_before_the_start) {
-    for (const char* request : {R"({"jsonrpc":"2.0","id":1,"method":"call","params":{"name":"x"}})",
-                                R"({"jsonrpc":"2.0","id":1,"method":"external","params":{"parameters":[]}})",
-                                R"({"jsonrpc":"2.0","id":1,"method":"version"})"}) {
-        const json error = answer(request)["error"];
-        EXPECT_EQ(error["code"], -32000);
-        EXPECT_NE(error["message"].get<std::string>().find("not registered"), std::string::npos) << error;
-    }
-}
-
 TEST_F(RpcTest, carries_what_the_plug_in_did_in_the_answer) {
     result("initialize");
     result("machine", {{"answers", {1}}});
-    const json rejected = call("VSTACalculatePlumeDistance", "");
-    EXPECT_EQ(rejected["text"].get<std::string>().find("ERROR "), 0U);
-    ASSERT_EQ(rejected["alerts"].size(), 1U);
-    const json& alert = rejected["alerts"][0];
-    EXPECT_EQ(alert["kind"], "M");
-    EXPECT_EQ(alert["heading"], "");
-    EXPECT_EQ(alert["buttons"], json{"OK"});
-    EXPECT_NE(alert["message"], "");
-    for (const char* field : {"default", "cancel", "pressed"}) {
-        EXPECT_EQ(alert[field], 1);
-    }
+    json alerts = call("VSTACalculatePlumeDistance", "")["alerts"];
+    ASSERT_EQ(alerts.size(), 1U);
+    EXPECT_NE(alerts[0]["message"], "");
+    alerts[0].erase("message");
+    EXPECT_EQ(alerts[0], json::parse(R"({"kind": "M", "heading": "", "buttons": ["OK"], "default": 1, "cancel": 1,
+        "pressed": 1})"));
     EXPECT_FALSE(call("VSTACalculatePlumeDistance", kScenario).contains("alerts")) << "told once";
     EXPECT_EQ(serve(R"({"jsonrpc":"2.0","method":"call","params":{"name":"VSTACalculatePlumeDistance"}})"), "");
     EXPECT_FALSE(result("idle").contains("alerts")) << "what a notification did is not the next request's";
 }
 
 TEST_F(RpcTest, writes_every_effect) {
-    using platform::operator""_4;
-    result("machine", {{"running", {{{"signature", "GLN1"}, {"path", "Disk:GEOLENS"}}}},
-                       {"windows", {{{"title", "M\xC3\xA4in"}}}},
-                       {"launches", {{"Disk:SIROC", "SRC5"}}}});
+    result("machine", json::parse(R"({"running": [{"signature": "GLN1", "path": "Disk:GEOLENS"}],
+        "windows": [{"title": "Mäin"}], "launches": {"Disk:SIROC": "SRC5"}})"));
     support::writeFile(folder.path() / "SIROC", "x");
     // A handler that does everything a plug-in can do.
     const auto handler = [](const platform::Event&, platform::Event&, long) -> platform::Status {
@@ -147,10 +146,7 @@ TEST_F(RpcTest, writes_every_effect) {
         m.dialogs().beep();
         m.dialogs().beep();
         m.events().send({"misc"_4, "dosc"_4, "FMP7"_4, {{"----"_4, "TEXT"_4, "Caf\x8E"}}});
-        m.events().send({"QUIL"_4,
-                         "AEVT"_4,
-                         "GLN1"_4,
-                         {{"MSSG"_4, "TEXT"_4, "HOLA"}, {"LAT "_4, "TEXT"_4, "\x8E"}, {"XTRA"_4, "TEXT"_4, ""}}});
+        m.events().send({"QUIL"_4, "AEVT"_4, "GLN1"_4, {{"MSSG"_4, "TEXT"_4, "HOLA"}, {"LAT "_4, "TEXT"_4, "\x8E"}}});
         platform::FSSpec spec;
         m.files().makeSpec(0, 0, "Disk:SIROC", spec);
         platform::ProcessSerialNumber process = 0;
@@ -166,8 +162,7 @@ TEST_F(RpcTest, writes_every_effect) {
     session.machine().events().installHandler("QUIL"_4, "AEVT"_4, handler, 0);
     const json expected = json::parse(R"({"status": -5, "beeps": 2, "scripts": ["Café"],
         "sent": [{"to": "GLN1", "class": "QUIL", "id": "AEVT", "parameters": [
-            {"key": "MSSG", "text": "HOLA", "bytes": "SE9MQQ=="}, {"key": "LAT ", "bytes": "jg=="},
-            {"key": "XTRA", "text": "", "bytes": ""}]}],
+            {"key": "MSSG", "text": "HOLA", "bytes": "SE9MQQ=="}, {"key": "LAT ", "bytes": "jg=="}]}],
         "launched": ["Disk:SIROC"], "fronted": ["SRC5"],
         "choosers": [{"kind": "write", "title": "Save As", "proposed": "a\"b"}],
         "drawn": [{"window": "Mäin", "text": "Collecting", "fraction": 0.1},
@@ -176,39 +171,38 @@ TEST_F(RpcTest, writes_every_effect) {
 }
 
 TEST_F(RpcTest, delivers_events_with_their_parameters) {
-    using platform::operator""_4;
-    const json event = {{"class", "QUIL"},
-                        {"id", "AEVT"},
-                        {"parameters", {{{"key", "MSSG"}, {"text", "é"}}, {{"key", "LAT"}, {"bytes", "aGk="}}}}};
+    const json event = eventWith(R"([{"key": "MSSG", "text": "é"}, {"key": "LAT", "bytes": "aGk=", "type": "TEXT"}])");
     EXPECT_EQ(result("deliver", event), (json{{"status", -1708}}));
     static std::string seen;
-    session.machine().events().installHandler(
-        "QUIL"_4, "AEVT"_4,
-        [](const platform::Event& e, platform::Event&, long) -> platform::Status {
-            for (const platform::EventParameter& parameter : e.parameters) {
-                seen += parameter.data + (parameter.type == "TEXT"_4 ? ";" : "?");
-            }
-            return e.target == "FMP7"_4 && e.parameters.at(1).keyword == "LAT "_4 ? 0 : -1;
-        },
-        0);
+    const auto handler = [](const platform::Event& e, platform::Event&, long) -> platform::Status {
+        for (const platform::EventParameter& parameter : e.parameters) {
+            seen += parameter.data + (parameter.type == "TEXT"_4 ? ";" : "?");
+        }
+        return e.target == "FMP7"_4 && e.parameters.at(1).keyword == "LAT "_4 ? 0 : -1;
+    };
+    session.machine().events().installHandler("QUIL"_4, "AEVT"_4, handler, 0);
     EXPECT_EQ(result("deliver", event), (json{{"status", 0}}));
     EXPECT_EQ(seen, "é;hi;");
+    for (const char* bytes : {"a", "abc", "a===", "ab=c", "====", "ab c", "aGk=\\n", "aGk", "é="}) {
+        const json bad = eventWith((R"([{"key": "A", "bytes": ")" + std::string(bytes) + "\"}]").c_str());
+        EXPECT_EQ(answer(requestText("deliver", bad))["error"]["code"], -32602) << bytes << " is no base64";
+    }
 }
 
 TEST_F(RpcTest, sets_every_part_of_the_machine) {
-    const json everything = json::parse(R"({"ticks": 4294967295, "seconds": -1, "doubleClickTicks": 7,
+    result("machine", json::parse(R"({"ticks": 4294967295, "seconds": -1, "doubleClickTicks": 7,
         "mouse": {"v": -10, "h": 20},
         "windows": [{"title": "Main"}, {"title": "Wide", "kind": 20000, "width": 9, "height": 8}],
-        "menus": [{"id": 1, "title": "Scripts", "items": [{"text": "GEOLENS", "key": "1"}, {"text": "*", "key": ""}]},
-                  {"id": -3, "title": ""}],
+        "menus": [{"id": 1, "title": "Scripts", "items": [{"text": "GEOLENS", "key": "1"}, {"text": "*", "key": ""}]}],
         "running": [{"signature": "GLN1", "path": "Disk:Apps:GEOLENS"}],
         "launches": {"Disk:A": "SRC", "Disk:B": {"signature": "VCHM", "after": 3}},
         "answers": [2, 1], "choices": [{"folder": "Disk:Docs:", "name": "a.txt"}, null],
-        "faults": [{"operation": "delete", "status": -47, "times": 3, "after": 2}, {"operation": "read", "status": 1}]})");
-    EXPECT_EQ(result("machine", everything), (json{{"ticks", 4294967295}}));
+        "faults": [{"operation": "delete", "status": -47, "times": 3, "after": 2},
+                   {"operation": "read", "status": 1}]})"));
     platform::ScriptedMachine& machine = session.machine();
-    EXPECT_EQ(machine.state().seconds, -1);
-    EXPECT_EQ(machine.input().doubleClickTicks(), 7U);
+    const platform::MachineScript& state = machine.state();
+    EXPECT_EQ(state.ticks, 4294967295U);
+    EXPECT_EQ(state.seconds, -1);
     EXPECT_EQ(machine.input().mouse(), (platform::Point{-10, 20}));
     platform::Windows& windows = machine.windows();
     EXPECT_EQ(windows.portRect(windows.front()), (platform::Rect{0, 0, 600, 800}));
@@ -216,57 +210,42 @@ TEST_F(RpcTest, sets_every_part_of_the_machine) {
     EXPECT_EQ(windows.portRect(windows.next(windows.front())), (platform::Rect{0, 0, 8, 9}));
     EXPECT_EQ(machine.menus().itemCommandKey(1, 1), '1');
     EXPECT_EQ(machine.menus().itemCount(1), 2);
-    EXPECT_TRUE(machine.menus().hasMenu(-3));
-    EXPECT_EQ(machine.state().launches.at("Disk:A").signature, 0x53524320U) << "SRC and a blank";
-    EXPECT_EQ(machine.state().launches.at("Disk:B").afterSeconds, 3U);
-    EXPECT_EQ(machine.state().answers, (std::deque<std::int16_t>{2, 1}));
-    EXPECT_EQ(machine.state().choices.size(), 2U);
-    EXPECT_EQ(machine.state().faults.at(0).after, 2U);
-    EXPECT_EQ(machine.state().faults.at(1).times, 1U);
+    EXPECT_EQ(state.launches.at("Disk:A").signature, "SRC "_4);
+    EXPECT_EQ(state.launches.at("Disk:B").afterSeconds, 3U);
+    EXPECT_EQ(state.answers, (std::deque<std::int16_t>{2, 1}));
+    EXPECT_EQ(state.choices.size(), 2U);
+    EXPECT_EQ(state.faults.at(0).after, 2U);
+    EXPECT_EQ(state.faults.at(1).times, 1U);
     result("machine", {{"ticks", nullptr}, {"seconds", nullptr}});
-    EXPECT_FALSE(machine.state().ticks || machine.state().seconds) << "the real clock again";
+    EXPECT_FALSE(state.ticks || state.seconds) << "the real clock again";
     EXPECT_EQ(machine.input().doubleClickTicks(), 7U) << "what is left out stays";
-    EXPECT_EQ(machine.state().running.size(), 1U);
+    EXPECT_EQ(state.running.size(), 1U);
 }
 
 TEST_F(RpcTest, refuses_a_wrong_machine_and_changes_nothing) {
     result("machine", {{"ticks", 5}});
     const std::pair<const char*, const char*> cases[] = {
         {R"({"ticks": 6, "tocks": 1})", "tocks"},
-        {R"({"ticks": -1})", "ticks"},
         {R"({"ticks": 4294967296})", "ticks"},
-        {R"({"ticks": 18446744073709551615})", "ticks"},
         {R"({"ticks": 1.5})", "ticks"},
         {R"({"ticks": "6"})", "ticks"},
-        {R"({"seconds": true, "ticks": 6})", "seconds"},
         {R"({"seconds": 9223372036854775807})", "seconds"},
         {R"({"doubleClickTicks": null})", "doubleClickTicks"},
         {R"({"mouse": {"v": 1}})", "mouse.h"},
         {R"({"mouse": {"v": 32768, "h": 0}})", "mouse.v"},
-        {R"({"mouse": [1, 2]})", "mouse"},
         {R"({"windows": {}})", "windows"},
         {R"({"windows": [{"title": "a"}, {"kind": 8}]})", "windows[1].title"},
         {R"({"windows": [{"title": "a", "width": -1}]})", "windows[0].width"},
-        {R"({"windows": [{"title": "a", "size": 1}]})", "windows[0].size"},
         {R"({"menus": [{"id": 1, "title": "a", "items": [{"text": "b", "key": "12"}]}]})", "menus[0].items[0].key"},
         {R"({"menus": [{"id": 1, "title": "a"}, {"id": 1, "title": "b"}]})", "menus[1].id"},
-        {R"({"running": [{"signature": "GLN12", "path": "Disk:A"}]})", "running[0].signature"},
-        {R"({"running": [{"signature": "", "path": "Disk:A"}]})", "running[0].signature"},
         {R"({"running": [{"signature": "日本", "path": "Disk:A"}]})", "running[0].signature"},
         {R"({"running": [{"signature": "GLN1", "path": ":A"}]})", "running[0].path"},
-        {R"({"running": [7]})", "running[0]"},
-        {R"({"launches": {"Disk:A": 7}})", "launches.Disk:A"},
         {R"({"launches": {"Disk:A": {"signature": "A", "after": -1}}})", "launches.Disk:A.after"},
         {R"({"answers": [1, 0]})", "answers[1]"},
-        {R"({"answers": [4]})", "answers[0]"},
-        {R"({"choices": [{"folder": "Disk:"}]})", "choices[0].name"},
         {R"({"choices": [{"folder": "Disk:", "name": "a:b"}]})", "choices[0].name"},
         {R"({"faults": [{"operation": "rename", "status": -1}]})", "faults[0].operation"},
         {R"({"faults": [{"operation": "read", "status": 0}]})", "faults[0].status"},
-        {R"({"faults": [{"operation": "read", "status": -32769}]})", "faults[0].status"},
-        {R"({"faults": [{"operation": "read", "status": -1, "times": -1}]})", "faults[0].times"},
-        {R"([1])", "params"},
-    };
+        {R"([1])", "params"}};
     for (const auto& [params, field] : cases) {
         const json whole = answer(requestText("machine", json::parse(params)));
         ASSERT_TRUE(whole.contains("error")) << params;
@@ -279,83 +258,56 @@ TEST_F(RpcTest, refuses_a_wrong_machine_and_changes_nothing) {
 
 TEST_F(RpcTest, answers_bad_requests_with_the_standard_codes) {
     result("initialize");
-    struct Case {
-        std::string line;
-        int code;
-        json id;
-    };
     const std::string deep(60'000, '[');
     const std::string deepEnd(60'000, ']');
-    const Case cases[] = {
-        {"{", -32700, nullptr},
-        {"nonsense", -32700, nullptr},
-        {R"({"jsonrpc":"2.0","id":1,"method":"idle"} x)", -32700, nullptr},
-        {"{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"\xFF\"}", -32700, nullptr},
-        {"\"\xED\xA0\x80\"", -32700, nullptr},
-        {R"({"jsonrpc":"2.0","id":1,"method":"call","params":{"name":"\ud800"}})", -32700, nullptr},
-        {"\"a\nb\"", -32700, nullptr},
-        {std::string("\0", 1), -32700, nullptr},
-        {"1e999", -32700, nullptr},
-        {deep, -32700, nullptr},
-        {deep + deepEnd, -32600, nullptr},
-        {R"({"jsonrpc":"2.0","id":7,"method":"idle","params":)" + std::string(64, '[') + std::string(64, ']') + "}",
-         -32600, nullptr},
-        {"1", -32600, nullptr},
-        {"null", -32600, nullptr},
-        {"[]", -32600, nullptr},
-        {"{}", -32600, nullptr},
-        {R"({"id":3,"method":"idle"})", -32600, 3},
-        {R"({"jsonrpc":"1.0","id":3,"method":"idle"})", -32600, 3},
-        {R"({"jsonrpc":2.0,"id":"a","method":"idle"})", -32600, "a"},
-        {R"({"jsonrpc":"2.0","id":3})", -32600, 3},
-        {R"({"jsonrpc":"2.0","id":3,"method":null})", -32600, 3},
-        {R"({"jsonrpc":"2.0","id":[1],"method":"idle"})", -32600, nullptr},
-        {R"({"jsonrpc":"2.0","id":true,"method":"idle"})", -32600, nullptr},
-        {R"({"jsonrpc":"2.0","id":3,"method":"idle","params":"x"})", -32600, 3},
-        {R"({"jsonrpc":"2.0","id":3,"method":"Idle"})", -32601, 3},
-        {R"({"jsonrpc":"2.0","id":"x\"\u0001é","method":""})", -32601, "x\"\x01é"},
-        {requestText("idle", json::array({0})), -32602, 1},
-        {requestText("idle", {{"level", 256}}), -32602, 1},
-        {requestText("idle", {{"level", -1}}), -32602, 1},
-        {requestText("idle", {{"levle", 0}}), -32602, 1},
-        {requestText("initialize", {{"version", 32768}}), -32602, 1},
-        {requestText("initialize", {{"version", nullptr}}), -32602, 1},
-        {requestText("shutdown", {{"now", true}}), -32602, 1},
-        {requestText("string", {{"size", 0}}), -32602, 1},
-        {requestText("string", {{"size", 1'000'001}}), -32602, 1},
-        {requestText("string", {{"kind", 256}}), -32602, 1},
-        {requestText("call"), -32602, 1},
-        {requestText("call", {{"name", 1}}), -32602, 1},
-        {requestText("call", {{"name", "a"}, {"parameter", nullptr}}), -32602, 1},
-        {requestText("external"), -32602, 1},
-        {requestText("external", {{"parameters", "a"}}), -32602, 1},
-        {requestText("external", {{"parameters", {"a", 1}}}), -32602, 1},
-        {requestText("version", {{"parameters", {1}}}), -32602, 1},
-        {requestText("deliver"), -32602, 1},
-        {requestText("deliver", {{"class", "QUILT"}, {"id", "AEVT"}}), -32602, 1},
-        {requestText("deliver", {{"class", "QUIL"}, {"id", "AEVT"}, {"parameters", {{{"key", "MSSG"}}}}}), -32602, 1},
-        {requestText("deliver",
-                     {{"class", "QUIL"}, {"id", "A"}, {"parameters", {{{"key", "A"}, {"text", "a"}, {"bytes", ""}}}}}),
-         -32602, 1},
+    struct Group {
+        int code;
+        json id;
+        std::vector<std::string> lines;
     };
-    for (const Case& one : cases) {
-        const json whole = answer(one.line);
-        const std::string shown = one.line.substr(0, 120);
-        ASSERT_TRUE(whole.is_object() && whole.contains("error")) << shown;
-        EXPECT_EQ(whole["jsonrpc"], "2.0");
-        EXPECT_EQ(whole["error"]["code"], one.code) << shown;
-        EXPECT_NE(whole["error"]["message"], "") << shown;
-        EXPECT_EQ(whole["id"], one.id) << shown;
+    const Group groups[] = {
+        {-32700,
+         nullptr,
+         {"{", R"({"jsonrpc":"2.0","id":1,"method":"idle"} x)", "\"\xED\xA0\x80\"", R"("\ud800")", "\"a\nb\"",
+          std::string("\0", 1), "1e999", deep}},
+        {-32600,
+         nullptr,
+         {deep + deepEnd, "1", "[]", "{}", R"({"jsonrpc":"2.0","id":[1],"method":"idle"})",
+          R"({"jsonrpc":"2.0","id":true,"method":"idle"})"}},
+        {-32600,
+         3,
+         {R"({"id":3,"method":"idle"})", R"({"jsonrpc":2.0,"id":3,"method":"idle"})", R"({"jsonrpc":"2.0","id":3})",
+          R"({"jsonrpc":"2.0","id":3,"method":null})", R"({"jsonrpc":"2.0","id":3,"method":"idle","params":"x"})"}},
+        {-32601, "x\"\x01é", {R"({"jsonrpc":"2.0","id":"x\"\u0001é","method":"Idle"})"}},
+        {-32602,
+         1,
+         {requestText("idle", json::array({0})), requestText("idle", {{"level", 256}}),
+          requestText("idle", {{"level", -1}}), requestText("idle", {{"level", 0.5}}),
+          requestText("idle", {{"level", 1e300}}), requestText("initialize", {{"version", nullptr}}),
+          requestText("string", {{"size", 0}}), requestText("string", {{"size", 1'000'001}}), requestText("call"),
+          requestText("call", {{"name", 1}}), requestText("external", {{"parameters", "a"}}),
+          requestText("external", {{"parameters", {"a", 1}}}),
+          requestText("deliver", {{"class", "QUILT"}, {"id", "A"}}),
+          requestText("deliver", eventWith(R"([{"key": "MSSG"}])")),
+          requestText("deliver", eventWith(R"([{"key": "A", "text": "a", "bytes": ""}])"))}}};
+    for (const Group& group : groups) {
+        for (const std::string& line : group.lines) {
+            const json whole = answer(line);
+            ASSERT_TRUE(whole.is_object() && whole.contains("error")) << line.substr(0, 120);
+            EXPECT_EQ(whole["jsonrpc"], "2.0");
+            EXPECT_EQ(whole["error"]["code"], group.code) << line.substr(0, 120);
+            EXPECT_NE(whole["error"]["message"], "") << line.substr(0, 120);
+            EXPECT_EQ(whole["id"], group.id) << line.substr(0, 120);
+        }
     }
     EXPECT_EQ(call("VSTACalculatePlumeDistance", kScenario)["text"], "1.9") << "the session goes on";
 }
 
-TEST_F(RpcTest, refuses_what_is_not_base64) {
-    for (const char* bytes : {"a", "ab", "abc", "a===", "ab=c", "====", "ab c", "aGk=\n", "aGk", "é="}) {
-        const json whole = answer(requestText(
-            "deliver", {{"class", "QUIL"}, {"id", "AEVT"}, {"parameters", {{{"key", "A"}, {"bytes", bytes}}}}}));
-        ASSERT_TRUE(whole.contains("error")) << bytes;
-        EXPECT_EQ(whole["error"]["code"], -32602) << bytes;
+TEST_F(RpcTest, passes_over_fields_that_a_method_does_not_know_and_takes_any_whole_number) {
+    EXPECT_EQ(result("initialize", {{"version", 6e1}, {"trace", true}})["code"], 52);
+    EXPECT_EQ(result("machine", {{"ticks", 4294967295.0}})["ticks"], 4294967295);
+    for (const char* method : {"idle", "string", "version", "functions", "shutdown"}) {
+        EXPECT_TRUE(answer(requestText(method, {{"trace", true}})).contains("result")) << method;
     }
 }
 
@@ -374,12 +326,10 @@ TEST(RpcJson, writes_texts_that_a_parser_reads_back) {
     for (int c = 0; c < 128; ++c) {
         all += static_cast<char>(c);
     }
-    const std::pair<std::string, std::string> cases[] = {
-        {all, all},
-        {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "é€😀"},
-        {"Caf\x8E \xC3", "Café √"},  // Mac Roman, for it is not UTF-8
-        {"\xED\xA0\x80", "Ì†Ä"},     // a surrogate is not UTF-8
-    };
+    const std::pair<std::string, std::string> cases[] = {{all, all},
+                                                         {"\xC3\xA9\xF0\x9F\x98\x80", "é😀"},
+                                                         {"Caf\x8E \xC3", "Café √"},  // Mac Roman, for it is not UTF-8
+                                                         {"\xED\xA0\x80", "Ì†Ä"}};    // a surrogate is not UTF-8
     for (const auto& [bytes, expected] : cases) {
         std::string text;
         host::appendText(text, bytes);
@@ -388,65 +338,22 @@ TEST(RpcJson, writes_texts_that_a_parser_reads_back) {
 }
 
 TEST_F(RpcTest, serves_notifications_and_batches) {
-    EXPECT_EQ(serve(R"({"jsonrpc":"2.0","method":"initialize"})"), "");
-    EXPECT_EQ(serve(R"({"jsonrpc":"2.0","method":"no such method"})"), "");
-    EXPECT_EQ(serve(R"({"jsonrpc":"2.0","method":"idle","params":{"x":1}})"), "");
-    EXPECT_EQ(serve(R"([{"jsonrpc":"2.0","method":"idle"},{"jsonrpc":"2.0","method":"none"}])"), "");
+    for (const char* quiet : {R"({"jsonrpc":"2.0","method":"initialize"})", R"({"jsonrpc":"2.0","method":"none"})",
+                              R"({"jsonrpc":"2.0","method":"idle","params":{"level":"x"}})",
+                              R"([{"jsonrpc":"2.0","method":"idle"},{"jsonrpc":"2.0","method":"none"}])"}) {
+        EXPECT_EQ(serve(quiet), "");
+    }
     EXPECT_EQ(answer(R"({"jsonrpc":"2.0","id":null,"method":"idle"})")["id"], nullptr) << "an id, though it is null";
     EXPECT_EQ(answer(R"({"jsonrpc":"2.0","id":1.5,"method":"idle","params":[]})")["id"], 1.5);
     const json batch = answer(R"([{"jsonrpc":"2.0","method":"idle"}, 1, {"jsonrpc":"2.0","id":"a","method":"idle"},)"
-                              R"({"jsonrpc":"2.0","method":"idle"}, {"jsonrpc":"2.0","id":2,"method":"version"},)"
-                              R"({"jsonrpc":"2.0","method":"idle"}])");
+                              R"({"jsonrpc":"2.0","method":"idle"}, {"jsonrpc":"2.0","id":2,"method":"version"}])");
     ASSERT_EQ(batch.size(), 3U);
     EXPECT_EQ(batch[0]["error"]["code"], -32600);
     EXPECT_EQ(batch[1]["id"], "a");
     EXPECT_EQ(batch[2]["result"]["code"], 0) << "the plug-in was initialised by a notification";
 }
 
-// Feeds `input` to runRpc through pipes in pieces and returns what it wrote.
-std::string converse(const host::RpcOptions& options, const std::vector<std::string_view>& pieces, int& status) {
-    int in[2];
-    int out[2];
-    EXPECT_EQ(::pipe(in) | ::pipe(out), 0);
-    std::thread writer([&pieces, fd = in[1]] {
-        for (std::string_view piece : pieces) {
-            while (!piece.empty()) {
-                const ssize_t count = ::write(fd, piece.data(), piece.size());
-                if (count <= 0) {
-                    break;
-                }
-                piece.remove_prefix(static_cast<std::size_t>(count));
-            }
-        }
-        ::close(fd);
-    });
-    std::string output;
-    std::thread reader([&output, fd = out[0]] {
-        char buffer[65536];
-        for (ssize_t count = 0; (count = ::read(fd, buffer, sizeof buffer)) > 0;) {
-            output.append(buffer, static_cast<std::size_t>(count));
-        }
-        ::close(fd);
-    });
-    status = host::runRpc(options, in[0], out[1]);
-    ::close(out[1]);
-    writer.join();
-    reader.join();
-    ::close(in[0]);
-    return output;
-}
-
-std::vector<json> answersIn(const std::string& output) {
-    std::vector<json> answers;
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
-        answers.push_back(json::parse(line));
-    }
-    return answers;
-}
-
-TEST(RpcLoop, cuts_lines_however_they_arrive) {
-    const support::TemporaryFolder folder;
+TEST_F(RpcTest, cuts_lines_however_they_arrive) {
     const std::string text = requestText("initialize", json::object(), 1) + "\r\n\r\n\n   \n" +
                              requestText("call", {{"name", "é"}}, 2) + "\n{\n" + requestText("idle", json::object(), 3);
     for (const std::size_t size : {std::size_t{1}, std::size_t{7}, text.size()}) {
@@ -454,121 +361,74 @@ TEST(RpcLoop, cuts_lines_however_they_arrive) {
         for (std::size_t i = 0; i < text.size(); i += size) {
             pieces.push_back(std::string_view(text).substr(i, size));
         }
-        int status = -1;
-        const std::vector<json> answers = answersIn(converse(optionsOn(folder), pieces, status));
-        EXPECT_EQ(status, 0);
+        const std::vector<json> answers = converse(pieces);
         ASSERT_EQ(answers.size(), 4U);
         EXPECT_EQ(answers[0]["result"]["code"], 52);
         EXPECT_EQ(answers[1]["id"], 2);
         EXPECT_EQ(answers[2]["error"]["code"], -32700);
         EXPECT_EQ(answers[3]["id"], 3) << "the last line without a line feed";
     }
-    int status = -1;
-    EXPECT_EQ(converse(optionsOn(folder), {}, status), "");
-    EXPECT_EQ(status, 0);
-    const std::vector<json> cut = answersIn(converse(optionsOn(folder), {"{\"jsonrpc\":\"2.0\",\"i"}, status));
-    ASSERT_EQ(cut.size(), 1U);
-    EXPECT_EQ(cut[0]["error"]["code"], -32700) << "the input ended inside a request";
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(converse({}).empty());
 }
 
-TEST(RpcLoop, skips_a_line_that_is_too_long_and_goes_on) {
-    const support::TemporaryFolder folder;
+TEST_F(RpcTest, skips_a_line_that_is_too_long_and_goes_on) {
     const std::string tooLong(host::kMaxRpcLine + 1, ' ');
-    const std::string_view longest = std::string_view(tooLong).substr(1);
     const std::string idle = requestText("idle");
-    int status = -1;
-    const std::vector<json> answers = answersIn(
-        converse(optionsOn(folder), {longest, "\n", idle, "\n", tooLong, tooLong, "\n", idle, "\n", tooLong}, status));
-    EXPECT_EQ(status, 0);
+    const std::vector<json> answers =
+        converse({std::string_view(tooLong).substr(1), "\n", idle, "\n", tooLong, tooLong, "\n", idle, "\n", tooLong});
     ASSERT_EQ(answers.size(), 4U) << "the longest line that is served is blank";
-    EXPECT_EQ(answers[0]["id"], 1);
-    for (const std::size_t skipped : {std::size_t{1}, std::size_t{3}}) {
-        EXPECT_EQ(answers[skipped]["error"]["code"], -32600);
-        EXPECT_EQ(answers[skipped]["id"], nullptr);
-        EXPECT_NE(answers[skipped]["error"]["message"].get<std::string>().find("67108864"), std::string::npos);
+    for (std::size_t i = 0; i < 4; i += 2) {
+        EXPECT_EQ(answers[i]["id"], 1);
+        EXPECT_EQ(answers[i + 1]["error"]["code"], -32600);
+        EXPECT_EQ(answers[i + 1]["id"], nullptr);
+        EXPECT_NE(answers[i + 1]["error"]["message"].get<std::string>().find("67108864"), std::string::npos);
     }
-    EXPECT_EQ(answers[2]["id"], 1);
 }
 
-TEST(RpcLoop, ends_quietly_when_nobody_reads) {
-    const support::TemporaryFolder folder;
+TEST_F(RpcTest, ends_quietly_when_nobody_reads) {
     int in[2];
     int out[2];
     ASSERT_EQ(::pipe(in) | ::pipe(out), 0);
     const std::string request = requestText("idle") + "\n";
     ASSERT_EQ(::write(in[1], request.data(), request.size()), static_cast<ssize_t>(request.size()));
     ::close(out[0]);
-    EXPECT_EQ(host::runRpc(optionsOn(folder), in[0], out[1]), 1) << "the input is still open";
+    EXPECT_EQ(host::runRpc(options(), in[0], out[1]), 1) << "the input is still open";
     for (const int fd : {in[0], in[1], out[1]}) {
         ::close(fd);
     }
 }
 
-TEST(RpcProgram, answers_on_standard_output_alone) {
-    const support::TemporaryFolder folder;
-    support::RunOptions options;
-    options.input = requestText("initialize") + "\n" + requestText("call", {{"name", "VSTAGetPlumePoints"}}) + "\nx\n" +
-                    requestText("deliver", {{"class", "QUIL"}, {"id", "NONE"}});
-    const support::Outcome outcome =
-        support::quil({"rpc", "--volume", "Disk=" + folder.path().string(), "--application", "Disk:Apps:Host",
-                       "--applications", "Disk:Apps", "--signature", "HOST"},
-                      options);
+TEST(RpcProgram, answers_on_standard_output_alone_and_tells_failures_by_its_status) {
+    support::RunOptions options{.input = requestText("initialize") + "\nx\n"};
+    const support::Outcome outcome = support::quil({"rpc", "--volume", "Disk=/tmp", "--application", "Disk:Apps:Host",
+                                                    "--applications", "Disk:Apps", "--signature", "HOST"},
+                                                   options);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors, "");
-    const std::vector<json> answers = answersIn(outcome.output);
-    ASSERT_EQ(answers.size(), 4U);
-    EXPECT_EQ(answers[1]["result"]["code"], 0);
-    EXPECT_EQ(answers[2]["error"]["code"], -32700);
-    EXPECT_EQ(answers[3]["result"]["status"], -1708);
-}
-
-TEST(RpcProgram, ends_with_status_1_when_the_output_fails) {
-    support::RunOptions options;
-    options.input = requestText("idle") + "\n";
+    EXPECT_EQ(outcome.output.find(R"({"jsonrpc":"2.0","id":1,"result":{"code":52}})"), 0U) << outcome.output;
+    EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 2);
     options.outputFile = "/dev/full";
     EXPECT_EQ(support::quil({"rpc"}, options).status, 1);
-}
-
-TEST(RpcProgram, refuses_wrong_options) {
-    const std::pair<std::vector<std::string>, int> cases[] = {
-        {{"rpc", "--volume", "Disk"}, 0},
-        {{"rpc", "--volume", "Disk=/no/such/folder"}, 0},
-        {{"rpc", "--signature", "TOOLONG"}, 0},
-        {{"rpc", "surplus"}, 2},
-        {{"rpc", "--plugin", "/no/such/bundle"}, 1},
-    };
-    for (const auto& [command, status] : cases) {
-        const support::Outcome outcome = support::quil(command);
-        EXPECT_NE(outcome.status, 0) << command.back();
-        EXPECT_TRUE(status == 0 || outcome.status == status) << command.back() << " " << outcome.status;
-        EXPECT_EQ(outcome.output, "");
-        EXPECT_NE(outcome.errors, "") << command.back();
-    }
+    EXPECT_EQ(support::quil({"rpc", "surplus"}).status, 2);
+    const support::Outcome none = support::quil({"rpc", "--plugin", "/no/such/bundle"});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_NE(none.errors, "");
 }
 
 // The examples of the document do what they say.
 TEST(RpcExamples, print_the_distance) {
-    struct Example {
-        std::vector<std::string> command;
-        const char* language;
-    };
-    const Example examples[] = {{{"python3", QUIL_SOURCE_DIR "/examples/automation/plume.py"}, "python3"},
-                                {{"bash", QUIL_SOURCE_DIR "/examples/automation/plume.sh"}, "bash"}};
-    for (const Example& example : examples) {
-        if (support::run({"sh", "-c", std::string("command -v ") + example.language}).status != 0) {
-            std::printf("left out: %s is not installed\n", example.language);
+    for (const auto& [language, file] : {std::pair{"python3", "plume.py"}, std::pair{"bash", "plume.sh"}}) {
+        if (support::run({"sh", "-c", std::string("command -v ") + language}).status != 0) {
+            std::printf("left out: %s is not installed\n", language);
             continue;
         }
-        support::RunOptions options;
-        options.environment = {{"QUIL", QUIL_BINARY_DIR "/quil"}};
-        const support::Outcome outcome = support::run(example.command, options);
+        const std::vector<std::string> command{language, QUIL_SOURCE_DIR "/examples/automation/" + std::string(file)};
+        const support::Outcome outcome = support::run(command, {.environment = {{"QUIL", QUIL_BINARY_DIR "/quil"}}});
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
-        EXPECT_NE(outcome.output.find("1.9"), std::string::npos) << outcome.output;
-        EXPECT_NE(outcome.output.find("amount"), std::string::npos)
-            << "the alert of the refused scenario: " << outcome.output;
-        options.environment = {{"QUIL", "/no/such/program"}};
-        EXPECT_NE(support::run(example.command, options).status, 0);
+        for (const char* part : {"1.9", "amount"}) {  // the alert of the refused scenario names the amount
+            EXPECT_NE(outcome.output.find(part), std::string::npos) << outcome.output;
+        }
+        EXPECT_NE(support::run(command, {.environment = {{"QUIL", "/no/such/program"}}}).status, 0);
     }
 }
 

@@ -45,7 +45,7 @@ class RpcSession {
 
   private:
     using Json = nlohmann::json;
-    // A method: appends the fields of its result, or throws RpcError or HostError.
+    // A method: appends the fields of its result, or throws RpcError or HostError. `params` is an object.
     using Method = void (RpcSession::*)(const Json& params, std::string& output);
     struct MethodRow {
         std::string_view name;

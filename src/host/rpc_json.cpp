@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -233,10 +234,14 @@ std::string elementPath(std::string_view path, std::size_t index) {
     return std::string(path) + "[" + std::to_string(index) + "]";
 }
 
-void checkFields(const json& object, std::string_view path, std::initializer_list<std::string_view> fields) {
-    if (!object.is_object()) {
+void checkObject(const json& value, std::string_view path) {
+    if (!value.is_object()) {
         refuse(path.empty() ? "params" : path, "must be an object");
     }
+}
+
+void checkFields(const json& object, std::string_view path, std::initializer_list<std::string_view> fields) {
+    checkObject(object, path);
     for (const auto& [name, value] : object.items()) {
         if (std::find(fields.begin(), fields.end(), name) == fields.end()) {
             refuse(fieldPath(path, name), "is not a field of this request");
@@ -258,8 +263,14 @@ const json& needField(const json& object, std::string_view path, std::string_vie
 }
 
 std::int64_t integerOf(const json& value, std::string_view path, std::int64_t least, std::int64_t most) {
-    const bool fits = value.is_number_unsigned() ? std::in_range<std::int64_t>(value.get<std::uint64_t>())
-                                                 : value.is_number_integer();
+    constexpr double kExact = 9'007'199'254'740'992;  // 2^53: up to here every whole number is a double of its own
+    bool fits = value.is_number_integer();
+    if (value.is_number_unsigned()) {
+        fits = std::in_range<std::int64_t>(value.get<std::uint64_t>());
+    } else if (value.is_number_float()) {
+        const auto real = value.get<double>();
+        fits = std::abs(real) <= kExact && std::trunc(real) == real;
+    }
     const std::int64_t number = fits ? value.get<std::int64_t>() : 0;
     if (!fits || number < least || number > most) {
         refuse(path, "must be a whole number from " + std::to_string(least) + " to " + std::to_string(most));

@@ -42,7 +42,8 @@ void appendBase64(std::string& output, std::string_view bytes);  // in quotes
 
 // Reading of params. Each throws RpcError with kInvalidParams, naming the field by `path`, for example "mouse.v".
 
-// Refuses what is not an object, and fields other than these.
+void checkObject(const nlohmann::json& value, std::string_view path);
+// The same, and refuses fields other than these.
 void checkFields(const nlohmann::json& object, std::string_view path, std::initializer_list<std::string_view> fields);
 // A field of an object, or null when it is left out.
 const nlohmann::json* findField(const nlohmann::json& object, std::string_view name);
@@ -51,6 +52,7 @@ const nlohmann::json& needField(const nlohmann::json& object, std::string_view p
 std::string fieldPath(std::string_view path, std::string_view name);
 std::string elementPath(std::string_view path, std::size_t index);
 
+// A whole number, however it is written: 60, 60.0 or 6e1.
 std::int64_t integerOf(const nlohmann::json& value, std::string_view path, std::int64_t least, std::int64_t most);
 template <class T>
 T integerOf(const nlohmann::json& value, std::string_view path) {

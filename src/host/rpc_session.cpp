@@ -317,12 +317,14 @@ void RpcSession::serveMethod(Method method, const json& request, std::string_vie
         appendError(output, id, code, message);
     };
     try {
-        const json* params = findField(request, "params");
-        const bool none = params == nullptr || (params->is_array() && params->empty());
+        const json* given = findField(request, "params");
+        const bool none = given == nullptr || (given->is_array() && given->empty());
+        const json& params = none ? kNoParams : *given;
+        checkObject(params, "");
         output += R"({"jsonrpc":"2.0","id":)";
         output += id;
         output += R"(,"result":{)";
-        (this->*method)(none ? kNoParams : *params, output);
+        (this->*method)(params, output);
         appendEffects(output, machine_->takeEffects());
         output += "}}";
     } catch (const RpcError& error) {
@@ -337,23 +339,19 @@ void RpcSession::serveMethod(Method method, const json& request, std::string_vie
 }
 
 void RpcSession::initialize(const json& params, std::string& output) {
-    checkFields(params, "", {"version"});
     const auto version = integerField<std::int16_t>(params, "", "version", kHostVersion);
     numberField(output, "code", plugin_->initialize(version));
 }
 
-void RpcSession::shutdown(const json& params, std::string&) {
-    checkFields(params, "", {});
+void RpcSession::shutdown(const json&, std::string&) {
     plugin_->shutdown();
 }
 
 void RpcSession::idle(const json& params, std::string&) {
-    checkFields(params, "", {"level"});
     plugin_->idle(integerField<std::uint8_t>(params, "", "level", fmx::kIdleUserIdle));
 }
 
 void RpcSession::string(const json& params, std::string& output) {
-    checkFields(params, "", {"kind", "size"});
     const auto kind = integerField<std::uint8_t>(params, "", "kind", fmx::kStringName);
     const json* given = findField(params, "size");
     const auto size =
@@ -368,14 +366,12 @@ void RpcSession::string(const json& params, std::string& output) {
 }
 
 void RpcSession::version(const json& params, std::string& output) {
-    checkFields(params, "", {"parameters"});
     const json* parameters = findField(params, "parameters");
     const auto texts = parameters == nullptr ? std::vector<std::string_view>() : parametersOf(*parameters);
     answerFields(output, plugin_->evaluate("QUIL_Version", texts));
 }
 
 void RpcSession::call(const json& params, std::string& output) {
-    checkFields(params, "", {"name", "parameter"});
     const std::string& function = host::textField(params, "", "name");
     const json* given = findField(params, "parameter");
     const std::string_view parameter = given == nullptr ? std::string_view() : textOf(*given, "parameter");
@@ -383,12 +379,10 @@ void RpcSession::call(const json& params, std::string& output) {
 }
 
 void RpcSession::external(const json& params, std::string& output) {
-    checkFields(params, "", {"parameters"});
     answerFields(output, plugin_->evaluate("QUIL_External", parametersOf(needField(params, "", "parameters"))));
 }
 
-void RpcSession::functions(const json& params, std::string& output) {
-    checkFields(params, "", {});
+void RpcSession::functions(const json&, std::string& output) {
     const std::vector<FunctionHelp> list = readFunctionList(plugin_->bundle().directory);
     listField(output, "registered", plugin_->functions(), [&output](const RegisteredFunction& function) {
         output += '{';
@@ -404,7 +398,6 @@ void RpcSession::functions(const json& params, std::string& output) {
 }
 
 void RpcSession::deliver(const json& params, std::string& output) {
-    checkFields(params, "", {"class", "id", "parameters"});
     platform::Event event;
     event.eventClass = codeOf(needField(params, "", "class"), "class");
     event.eventID = codeOf(needField(params, "", "id"), "id");
@@ -413,7 +406,7 @@ void RpcSession::deliver(const json& params, std::string& output) {
     for (std::size_t i = 0; parameters != nullptr && i < arrayOf(*parameters, "parameters").size(); ++i) {
         const json& given = (*parameters)[i];
         const std::string path = elementPath("parameters", i);
-        checkFields(given, path, {"key", "text", "bytes"});
+        checkObject(given, path);
         const json* text = findField(given, "text");
         const json* bytes = findField(given, "bytes");
         if ((text == nullptr) == (bytes == nullptr)) {
