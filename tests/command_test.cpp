@@ -65,7 +65,8 @@ TEST(Call, PrintsTheResultAsLinesOrAsItIs) {
 TEST(Call, AnswersEveryExampleOfTheTable) {
     for (const quil::Row* row : quil::DispatchTable()) {
         const Outcome outcome = quil({"call", "--raw", row->name, "--", row->exampleParameter});
-        EXPECT_EQ(outcome.status, 0) << row->name << outcome.errors;
+        const bool isError = outcome.output.starts_with("Error") || outcome.output.starts_with("ERROR ");
+        EXPECT_EQ(outcome.status, isError ? 1 : 0) << row->name << outcome.errors;
         if (row->exampleResult != nullptr) {
             EXPECT_EQ(outcome.output, row->exampleResult) << row->name;
         }
@@ -79,8 +80,18 @@ TEST(Call, ReadsTheParameterFromStandardInputByteForByte) {
     const Outcome outcome = quil({"call", kFunction, "-"}, {.input = large});
     EXPECT_EQ(outcome.output, quil({"call", kFunction, ""}).output);
     EXPECT_EQ(outcome.status, 1);
-    // Bytes that are not UTF-8 arrive as a character and do no harm.
-    EXPECT_EQ(quil({"call", kFunction, "-"}, {.input = "\xFF\xC3\x80|"}).status, 1);
+}
+
+TEST(Call, RefusesAParameterThatIsNotUtf8) {
+    EXPECT_TRUE(fails(quil({"call", kFunction, "-"}, {.input = "\xC3\x80|\xFF"}), 1, "not a text in UTF-8"));
+    EXPECT_TRUE(fails(quil({"call", kFunction, "\xED\xA0\x80"}), 1, "not a text in UTF-8"));
+}
+
+TEST(Call, TellsAnEchoOfTheNoMatchTextFromAnUnknownName) {
+    const std::string words = "Function name does not match a supported function.";
+    const Outcome outcome = quil({"call", "VSTA_StripCharsIllegalInXML", words});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output, words + "\n");
 }
 
 TEST(Call, EndsWithOneWhenTheResultIsAnError) {

@@ -20,6 +20,7 @@
 
 #include "host/rpc.h"
 #include "platform/machine.h"
+#include "platform/text.h"
 
 namespace host {
 
@@ -115,6 +116,10 @@ struct CallOptions {
 
 void callFunction(const CallOptions& options, Context& context) {
     const std::string parameter = options.parameter == "-" ? readStandardInput() : options.parameter;
+    if (!platform::isUtf8(parameter)) {
+        throw HostError(
+            "the parameter is not a text in UTF-8; convert it, for example with iconv -f MACINTOSH -t UTF-8");
+    }
     Session session(context);
     const Answer answer = session.plugin().external(options.name, parameter);
     if (answer.code != fmx::kNoError) {
@@ -126,7 +131,11 @@ void callFunction(const CallOptions& options, Context& context) {
         writeLines(answer.text);
     }
     if (answer.text == kNoMatch) {
-        throw HostError(unknownFunction(options.name, readFunctionList(bundleOf(context))));
+        const std::vector<FunctionHelp> list = readFunctionList(bundleOf(context));
+        const std::vector<std::string> names = functionNames(list);
+        if (std::find(names.begin(), names.end(), options.name) == names.end()) {  // else a function echoed the words
+            throw HostError(unknownFunction(options.name, list));
+        }
     }
     context.status = answer.text.starts_with("Error") || answer.text.starts_with("ERROR ") ? 1 : 0;
 }
@@ -412,6 +421,8 @@ void addHelpCommand(CLI::App& app, Context& context) {
 void addRpcCommand(CLI::App& app, Context& context) {
     CLI::App* command =
         app.add_subcommand("rpc", "Obey JSON-RPC requests, one a line, on standard input (docs/automation.md)");
+    command->footer(
+        "The scripted machine takes --volume, --application, --applications and --signature: see \"quil help\".");
     command->callback([&context] {
         readEnvironment(context);
         context.status = runRpc({context.machine, bundleOf(context)}, STDIN_FILENO, STDOUT_FILENO);
@@ -433,6 +444,8 @@ int run(int argc, char** argv) {
         addFunctionsCommand(app, context);
         addHelpCommand(app, context);
         addScreenCommand(app, context);
+        addSetsCommand(app, context);
+        addMapListCommand(app, context);
         addRpcCommand(app, context);
         app.parse(argc, argv);
         if (version) {
