@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -166,6 +167,16 @@ TEST_F(Frame, RollsBackWhenTheHostRefusesAFunction) {
         }
         EXPECT_EQ(expected, sHooks);
     }
+}
+
+TEST_F(Frame, WhatAModuleRaisesEndsTheInitialisationAndNothingElse) {
+    quil::gModules[1].startup = [] { throw std::bad_alloc(); };
+    quil::gModules[2].shutdown = [] { throw std::bad_alloc(); };
+    EXPECT_EQ(-2, initialise(60));
+    EXPECT_EQ(0, gPlugInInitialized);
+    EXPECT_TRUE(registry_.functions.empty());
+    quil::resetModules();
+    EXPECT_EQ(52, initialise(60));
 }
 
 TEST_F(Frame, IdlesAtLevels0And1WhileInitialised) {

@@ -357,6 +357,17 @@ TEST_F(SweepTest, MemoryThatStaysOutEndsACallWithoutHarm) {
     }
 }
 
+TEST_F(SweepTest, AShutdownReleasesWhatScriptsCollectedAndASecondOneDoesNoHarm) {
+    evaluate({"VSTA_InitFoundSet", "100"});
+    evaluate({"VSTA_SetRidsLookupInfo", "1|2|3|4"});
+    evaluate({"HBT_FindIDsInit", ""});
+    ASSERT_FALSE(gBuffers->empty());
+    for (int i = 0; i < 2; ++i) {
+        callEntry(fmx::kCallShutdown);
+        EXPECT_TRUE(gBuffers->empty());
+    }
+}
+
 TEST_F(SweepTest, AFailedAllocationEndsTheInitialisationWithTwoFunctionsOrWithNone) {
     for (const Memory::Mode mode : {Memory::Mode::once, Memory::Mode::fromThenOn}) {
         callEntry(fmx::kCallShutdown);

@@ -31,6 +31,12 @@ static void assignLocalisedString(fmx::Text& text, long stringNumber) {
 // The row that the host's name is equal to, or null. The index gives the one candidate that can match; the decision is
 // the host's equality.
 static const Row* findRow(const fmx::Text& name) {
+    // Scripts call the same function many times in a row, so the candidate of the last match is kept.
+    static fmx::TextAutoPtr sCandidate;
+    static const Row* sCandidateRow = nullptr;
+    if (sCandidateRow != nullptr && *sCandidate == name) {
+        return sCandidateRow;
+    }
     char bytes[128];
     if (name.GetSize() >= sizeof bytes) {
         return nullptr;
@@ -41,9 +47,6 @@ static const Row* findRow(const fmx::Text& name) {
     if (row == nullptr) {
         return nullptr;
     }
-    // Scripts call the same function many times in a row, so the candidate of the last match is kept.
-    static fmx::TextAutoPtr sCandidate;
-    static const Row* sCandidateRow = nullptr;
     if (sCandidateRow != row) {
         sCandidateRow = nullptr;
         sCandidate->Assign(row->name, Encoding::native);
@@ -52,13 +55,16 @@ static const Row* findRow(const fmx::Text& name) {
     return *sCandidate == name ? row : nullptr;
 }
 
-// Nothing leaves a handler: want of memory inside one is told like any other.
+// Nothing leaves a handler: want of memory inside one, or what nobody foresaw, is told like any other error.
 static void runHandler(const Row& row, short funcId, char** parameter, char** result) noexcept {
     try {
         row.handler(funcId, parameter, result);
     } catch (const std::bad_alloc&) {
         SetFHandleSize(result, 0);
         ReportErrorToUser(funcId, -108);
+    } catch (...) {
+        SetFHandleSize(result, 0);
+        ReportErrorToUser(funcId, -1);
     }
 }
 

@@ -10,6 +10,7 @@
 #include "screening/model.h"
 #include "util/alerts.h"
 #include "util/app_path.h"
+#include "util/text.h"
 
 namespace quil {
 
@@ -26,6 +27,7 @@ static constexpr short kExternalFunction = 2;
 void ResetPlugInState() {
     ResetAlerts();
     ResetAppPath();
+    ResetLineCache();
     ResetScreening();
     ResetRecords();
     ResetMapIDs();
@@ -33,7 +35,7 @@ void ResetPlugInState() {
 }
 
 std::int32_t Startup() {
-    ResetPlugInState();  // a second initialisation in one process starts afresh
+    ResetPlugInState();  // also when the host did not shut down before
     for (const ModuleHooks& module : gModules) {
         module.startup();
     }
@@ -44,6 +46,7 @@ void Shutdown() {
     for (const ModuleHooks& module : gModules) {
         module.shutdown();
     }
+    ResetPlugInState();  // the sets and lists live no longer than the plug-in runs
 }
 
 std::int32_t Do_PluginInit(short hostVersion) {
@@ -202,8 +205,12 @@ void FMExternCallProc(fmx::CallRecord* callStruct) {
     } catch (...) {
         // Memory ran out inside the call. An initialisation that was under way did not succeed.
         if (callStruct->selector == fmx::kCallInit) {
-            quil::Do_PluginShutdown();
             callStruct->result = fmx::kDoNotEnable;
+            try {
+                quil::Do_PluginShutdown();
+            } catch (...) {
+                quil::ResetPlugInState();
+            }
         }
     }
 }
