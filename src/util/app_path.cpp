@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "platform/machine.h"
@@ -25,7 +26,12 @@ char* GetAppFullPathName(char* out) {
             GetClassicPathWithDelimiterAsPStringFromDirID(dirID, vRefNum, path) == platform::noErr) {
             my_p2cstr(reinterpret_cast<unsigned char*>(path));
             const std::size_t length = std::strlen(path);
-            my_strncpy(path + length, platform::machine().processes().currentApplicationName(), kPathSize - length);
+            const std::string name = platform::machine().processes().currentApplicationName();
+            my_strncpy(path + length, name, kPathSize - length);
+            if (name.empty()) {  // for want of memory, perhaps: asked again the next time
+                my_strncpy(out, path, kPathSize);
+                return out;
+            }
             myc2pstr(path, sAppFullPathName);
         }
     }

@@ -40,7 +40,11 @@ class LinuxProcesses : public Processes {
         });
     }
 
-    std::string currentApplicationName() override { return application_.substr(application_.rfind(':') + 1); }
+    std::string currentApplicationName() override try {
+        return application_.substr(application_.rfind(':') + 1);
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
 
     Status launch(const FSSpec&, std::uint16_t, ProcessSerialNumber& process) override {
         process = noProcess;

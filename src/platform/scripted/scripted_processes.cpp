@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 
 #include "platform/scripted/scripted_parts.h"
 
@@ -82,8 +83,10 @@ Status ScriptedProcesses::information(ProcessSerialNumber process, ProcessInfo& 
     return noErr;
 }
 
-std::string ScriptedProcesses::currentApplicationName() {
+std::string ScriptedProcesses::currentApplicationName() try {
     return lastName(shared_.options.application);
+} catch (const std::bad_alloc&) {
+    return {};
 }
 
 // Full path of a file specification; empty when its folder is gone.
