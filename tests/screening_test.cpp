@@ -6,10 +6,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <random>
-#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,441 +19,231 @@
 namespace quil {
 namespace {
 
-using Change = std::function<void(ScreeningInputs&)>;
-
 // Scenarios that pass every check.
-ScreeningInputs gas() {
-    return {.levelOfConcern = 0.0087,
-            .physicalState = 'G',
-            .terrain = 'O',
-            .windSpeed = 2.5,
-            .windUnit = kMetersPerSecond,
-            .amount = 150.0,
-            .amountUnit = kPounds,
-            .concentration = 100.0,
-            .stabilityClass = 'D',
-            .duration = 10.0,
-            .durationUnit = kMinutes,
-            .distanceUnit = kMiles};
-}
-ScreeningInputs liquid() {
-    ScreeningInputs inputs = gas();
-    inputs.physicalState = 'L';
-    inputs.liquidTemperature = 'A';
-    inputs.liquidFactorAmbient = 0.02;
-    inputs.liquidFactorBoiling = 0.1;
-    inputs.duration = kMissingNumber;
-    return inputs;
-}
-ScreeningInputs molten() {
-    ScreeningInputs inputs = gas();
-    inputs.physicalState = 'S';
-    inputs.solidForm = 'M';
-    inputs.liquidFactorMolten = 0.01;
-    inputs.duration = kMissingNumber;
-    return inputs;
-}
-ScreeningInputs worstCase() {
-    ScreeningInputs inputs = gas();
-    inputs.screening = 1;
-    inputs.windSpeed = 3.35;
-    inputs.windUnit = kMilesPerHour;
-    inputs.stabilityClass = 'F';
-    return inputs;
+constexpr char kGas[] = "|0.0087|G|OPEN|2.5|MPS|150|LBS|100|D||||||10|MINUTES|||MI";
+constexpr char kLiquid[] = "|0.0087|L|OPEN|2.5|MPS|150|LBS|100|D||AMBIENT|0.02|0.1||||||MI";
+constexpr char kMolten[] = "|0.0087|S|OPEN|2.5|MPS|150|LBS|100|D|MOLTEN||||0.01|||||MI";
+constexpr char kWorst[] = "SCREEN|0.0087|G|OPEN|3.35|MPH|150|LBS|100|F||||||10|MINUTES|||MI";
+
+// The scenario with other texts in some fields, numbered from 1: "5=1.99 10=C".
+std::string with(const std::string& scenario, const std::string& edits) {
+    std::vector<std::string> fields(1);
+    for (const char c : scenario) {
+        c == '|' ? fields.emplace_back() : fields.back() += c;
+    }
+    std::istringstream words(edits);
+    for (std::string word; words >> word;) {
+        fields.at(std::stoul(word) - 1) = word.substr(word.find('=') + 1);
+    }
+    std::string text;
+    for (const std::string& field : fields) {
+        text += field + "|";
+    }
+    return text.substr(0, text.size() - 1);
 }
 
-ScreeningInputs with(ScreeningInputs inputs, const Change& change) {
-    change(inputs);
-    return inputs;
-}
-Change number(double ScreeningInputs::*field, double value) {
-    return [=](ScreeningInputs& inputs) { inputs.*field = value; };
-}
-Change letter(char ScreeningInputs::*field, char value) {
-    return [=](ScreeningInputs& inputs) { inputs.*field = value; };
-}
-Change unit(std::int16_t ScreeningInputs::*field, std::int16_t value) {
-    return [=](ScreeningInputs& inputs) { inputs.*field = value; };
-}
-Change windAndClass(double speed, std::int16_t code, char stability) {
-    return [=](ScreeningInputs& inputs) {
-        inputs.windSpeed = speed;
-        inputs.windUnit = code;
-        inputs.stabilityClass = stability;
-    };
-}
-
-struct Verdict {
-    double meters;
+// "code flag message"; the code and the flag of an accepted scenario are 0.
+std::string judge(const ScreeningInputs& inputs) {
     std::int16_t code = 77;
     std::uint8_t flag = 77;
-    std::string message;
-};
-Verdict judge(const ScreeningInputs& inputs) {
-    Verdict verdict{};
     MessageBuffer message;
     std::memset(message, 'x', sizeof message);
-    verdict.meters = CalculatePlumeDistance(inputs, message, &verdict.code, &verdict.flag);
-    verdict.message = message;
-    return verdict;
+    const double meters = CalculatePlumeDistance(inputs, message, &code, &flag);
+    EXPECT_EQ(meters == -1.0, code != 0);
+    return std::to_string(code) + " " + std::to_string(flag) + " " + message;
+}
+std::string judge(const std::string& scenario) {
+    return judge(ParseScreeningInputs(scenario.c_str()));
 }
 
-using SI = ScreeningInputs;
-constexpr double kMissing = kMissingNumber;
-constexpr double kInvalid = kInvalidNumber;
-
-struct Rejection {
-    ScreeningInputs inputs;
-    int code;
-    int flag;
-    const char* message;
-};
-
-std::vector<Rejection> rejections() {
-    const char* const badLoc =
-        "This is not a valid level of concern; please enter a new number (must be greater than zero).";
-    const char* const badRecordLoc =
-        "Invalid level of concern in this substance's chemical record. Unable to calculate radius.";
-    const char* const badDuration = "Release duration invalid; please enter a new number (must be greater than zero).";
-    const char* const tenMinutes = "Programmer Error: Duration must be 10 minutes for screenings.";
-    const char* const badAmount = "Amount released invalid; please enter a new number (must be greater than zero).";
-    const char* const percentRange = "Please enter a concentration (weight percent) value between 0 and 100.";
-    const char* const mphRange = "Speed must be between 2.3 and 134 miles per hour. Please modify your value.";
-    const char* const mpsRange = "Speed must be between 1 and 60 meters per second. Please modify your value.";
-    const char* const notC =
-        "Stability class must be A, B, D, E, or F for this wind speed. Please choose one of these five classes.";
-    const char* const bToE =
-        "Stability class must be B, C, D, or E for this wind speed. Please choose one of these four classes.";
-    const char* const cOrD =
-        "Stability class must be  C or D for this wind speed. Please choose either of these classes.";
-    const char* const badClass = "Programmer Error: invalid stability class.";
-    const char* const badSolid = "Programmer Error: invalid solid form.";
-    const char* const badDike = "Invalid diked area value. Please enter a new number.";
-    const char* const badDikeUnit = "Programmer Error: Invalid units for diked area.";
-    const char* const missingLfm =
-        "Missing liquid factor molten in this substance's chemical record. Unable to calculate radius.";
-    const char* const invalidLfm =
-        "Invalid liquid factor molten in this substance's chemical record. Unable to calculate radius.";
-    const char* const invalidLfa =
-        "Invalid liquid factor ambient in this substance's chemical record. Unable to calculate radius.";
-    const char* const invalidLfb =
-        "Invalid liquid factor boiling in this substance's chemical record. Unable to calculate radius.";
-    const auto boiling = [](const Change& change) {
-        return with(with(liquid(), letter(&SI::liquidTemperature, 'B')), change);
+TEST(Checks, RejectWithTheirCodeFlagAndMessage) {
+    const struct {
+        const char* scenario;
+        const char* edits;
+        std::string verdict;
+        bool ofRecord = false;  // the message goes on: the substance's record is at fault
+    } rows[] = {
+        {kWorst, "2=", "2 0 Missing level of concern", true},
+        {kWorst, "2=0", "2 0 Invalid level of concern", true},
+        {kGas, "2=", "2 1 Please enter a level of concern (gm/m3)."},
+        {kGas, "2=-0.0",
+         "2 1 This is not a valid level of concern; please enter a new number (must be greater than zero)."},
+        {kWorst, "3=", "3 0 Missing physical state", true},
+        {kWorst, "3=X", "3 0 Invalid physical state", true},
+        {kGas, "3=", "3 0 Please specify physical state."},
+        {kGas, "3=P", "3 0 Programmer Error: invalid physical state."},
+        {kWorst, "4=URBAN", "4 0 Programmer Error: Open topography is required under Screenings."},
+        {kGas, "4=", "4 1 Please specify terrain (open or urban)."},
+        {kWorst, "6=x", "6 0 Programmer Error: invalid wind speed units."},
+        {kWorst, "5=3.36", "5 0 Programmer Error: Wind speed must be 3.35 mph for screenings."},
+        {kWorst, "6=MPS", "5 0 Programmer Error: Wind speed must be 1.5 mps for screenings."},
+        {kGas, "5=", "5 1 Please enter a wind speed."},
+        {kGas, "5=x", "5 1 Wind speed invalid; please enter a new number."},
+        {kGas, "5=2.29 6=MPH", "5 1 Speed must be between 2.3 and 134 miles per hour. Please modify your value."},
+        {kGas, "5=0.99", "5 1 Speed must be between 1 and 60 meters per second. Please modify your value."},
+        {kWorst, "10=E", "10 0 Programmer Error: Stability class must be F for screenings."},
+        {kGas, "10=G", "10 1 Programmer Error: invalid stability class."},
+        {kGas, "5=1.99 10=C",
+         "10 1 Stability class must be A, B, D, E, or F for this wind speed. Please choose one of these five classes."},
+        {kGas, "5=3.01 10=A",
+         "10 1 Stability class must be B, C, D, or E for this wind speed. Please choose one of these four classes."},
+        {kGas, "5=5.01 10=A",
+         "10 1 Stability class must be  C or D for this wind speed. Please choose either of these classes."},
+        {kWorst, "16=11", "16 0 Programmer Error: Duration must be 10 minutes for screenings."},
+        {kGas, "16=", "16 1 Please enter a release duration."},
+        {kGas, "16=x", "16 1 Release duration invalid; please enter a new number (must be greater than zero)."},
+        {kGas, "16=1.5", "16 1 Programmer Error: release duration must be integer."},
+        {kGas, "8=x", "8 0 Programmer Error: Invalid units for max quantity."},
+        {kGas, "7=", "7 1 Please enter the amount released."},
+        {kWorst, "7=0", "7 1 Amount released invalid; please enter a new number (must be greater than zero)."},
+        {kGas, "9=", "9 1 Please enter a concentration (in weight percent)."},
+        {kGas, "9=x", "9 1 Concentration invalid; please enter a new number (in weight percent)."},
+        {kGas, "9=-0.01", "9 1 Please enter a concentration (weight percent) value between 0 and 100."},
+        {kMolten, "11= 16=10", "11 1 Please specify the form of this solid."},
+        {kMolten, "11=OTHER 16=10", "11 1 Programmer Error: invalid solid form."},
+        {kMolten, "15=", "15 0 Missing liquid factor molten", true},
+        {kMolten, "15=0", "15 0 Invalid liquid factor molten", true},
+        {kLiquid, "12=", "12 1 Please indicate whether this liquid is at ambient or near boiling temperature."},
+        {kLiquid, "13=", "13 0 Missing liquid factor ambient", true},
+        {kLiquid, "13=x", "13 0 Invalid liquid factor ambient", true},
+        {kLiquid, "12=BOIL 14=", "14 0 Missing liquid factor boiling", true},
+        {kLiquid, "12=BOIL 14=-2", "14 0 Invalid liquid factor boiling", true},
+        {kLiquid, "19=x", "19 0 Programmer Error: Invalid units for diked area."},
+        {kLiquid, "18=x", "18 0 Invalid diked area value. Please enter a new number."},
     };
-    const auto powder = [](const Change& change) { return with(with(molten(), letter(&SI::solidForm, 'P')), change); };
-    return {
-        {with(worstCase(), number(&SI::levelOfConcern, kMissing)), 2, 0,
-         "Missing level of concern in this substance's chemical record. Unable to calculate radius."},
-        {with(worstCase(), number(&SI::levelOfConcern, kInvalid)), 2, 0, badRecordLoc},
-        {with(worstCase(), number(&SI::levelOfConcern, 0.0)), 2, 0, badRecordLoc},
-        {with(gas(), number(&SI::levelOfConcern, kMissing)), 2, 1, "Please enter a level of concern (gm/m3)."},
-        {with(gas(), number(&SI::levelOfConcern, kInvalid)), 2, 1, badLoc},
-        {with(gas(), number(&SI::levelOfConcern, -0.0)), 2, 1, badLoc},
-        {with(gas(), number(&SI::levelOfConcern, -1.0)), 2, 1, badLoc},
-
-        {with(worstCase(), letter(&SI::physicalState, 0)), 3, 0,
-         "Missing physical state in this substance's chemical record. Unable to calculate radius."},
-        {with(worstCase(), letter(&SI::physicalState, 'X')), 3, 0,
-         "Invalid physical state in this substance's chemical record. Unable to calculate radius."},
-        {with(gas(), letter(&SI::physicalState, 0)), 3, 0, "Please specify physical state."},
-        {with(gas(), letter(&SI::physicalState, 'P')), 3, 0, "Programmer Error: invalid physical state."},
-
-        {with(worstCase(), letter(&SI::terrain, 'U')), 4, 0,
-         "Programmer Error: Open topography is required under Screenings."},
-        {with(worstCase(), letter(&SI::terrain, 0)), 4, 0,
-         "Programmer Error: Open topography is required under Screenings."},
-        {with(gas(), letter(&SI::terrain, 0)), 4, 1, "Please specify terrain (open or urban)."},
-        {with(gas(), letter(&SI::terrain, 'X')), 4, 1, "Programmer Error: invalid terrain."},
-
-        {with(gas(), unit(&SI::windUnit, kUnknownUnit)), 6, 0, "Programmer Error: invalid wind speed units."},
-        {with(worstCase(), unit(&SI::windUnit, kUnknownUnit)), 6, 0, "Programmer Error: invalid wind speed units."},
-
-        {with(worstCase(), number(&SI::windSpeed, 3.36)), 5, 0,
-         "Programmer Error: Wind speed must be 3.35 mph for screenings."},
-        {with(worstCase(), unit(&SI::windUnit, kMetersPerSecond)), 5, 0,
-         "Programmer Error: Wind speed must be 1.5 mps for screenings."},
-        {with(gas(), number(&SI::windSpeed, kMissing)), 5, 1, "Please enter a wind speed."},
-        {with(gas(), number(&SI::windSpeed, kInvalid)), 5, 1, "Wind speed invalid; please enter a new number."},
-        {with(gas(), windAndClass(2.29, kMilesPerHour, 'D')), 5, 1, mphRange},
-        {with(gas(), windAndClass(134.01, kMilesPerHour, 'D')), 5, 1, mphRange},
-        {with(gas(), windAndClass(0.99, kMetersPerSecond, 'D')), 5, 1, mpsRange},
-        {with(gas(), windAndClass(60.01, kMetersPerSecond, 'D')), 5, 1, mpsRange},
-
-        {with(worstCase(), letter(&SI::stabilityClass, 'E')), 10, 0,
-         "Programmer Error: Stability class must be F for screenings."},
-        {with(gas(), letter(&SI::stabilityClass, 0)), 10, 1, badClass},
-        {with(gas(), letter(&SI::stabilityClass, '@')), 10, 1, badClass},
-        {with(gas(), letter(&SI::stabilityClass, 'G')), 10, 1, badClass},
-        {with(gas(), windAndClass(1.99, kMetersPerSecond, 'C')), 10, 1, notC},
-        {with(gas(), windAndClass(4.47, kMilesPerHour, 'C')), 10, 1, notC},
-        {with(gas(), windAndClass(4.47, kNoUnit, 'C')), 10, 1, notC},  // no unit is miles per hour here
-        {with(gas(), windAndClass(3.01, kMetersPerSecond, 'A')), 10, 1, bToE},
-        {with(gas(), windAndClass(5.0, kMetersPerSecond, 'F')), 10, 1, bToE},
-        {with(gas(), windAndClass(5.01, kMetersPerSecond, 'A')), 10, 1, cOrD},
-        {with(gas(), windAndClass(5.5, kMetersPerSecond, 'B')), 10, 1, cOrD},
-        {with(gas(), windAndClass(12.0, kMilesPerHour, 'E')), 10, 1, cOrD},
-
-        {with(worstCase(), number(&SI::duration, 11.0)), 16, 0, tenMinutes},
-        {with(worstCase(), number(&SI::duration, kMissing)), 16, 0, tenMinutes},
-        {with(gas(), number(&SI::duration, kMissing)), 16, 1, "Please enter a release duration."},
-        {with(gas(), number(&SI::duration, kInvalid)), 16, 1, badDuration},
-        {with(gas(), number(&SI::duration, 0.0)), 16, 1, badDuration},
-        {with(gas(), number(&SI::duration, 1.5)), 16, 1, "Programmer Error: release duration must be integer."},
-        {with(gas(), number(&SI::duration, 2147483648.0)), 16, 1,
-         "Programmer Error: release duration must be integer."},
-        {powder(number(&SI::duration, kMissing)), 16, 1, "Please enter a release duration."},
-
-        {with(gas(), unit(&SI::amountUnit, kUnknownUnit)), 8, 0, "Programmer Error: Invalid units for max quantity."},
-
-        {with(gas(), number(&SI::amount, kMissing)), 7, 1, "Please enter the amount released."},
-        {with(gas(), number(&SI::amount, kInvalid)), 7, 1, badAmount},
-        {with(worstCase(), number(&SI::amount, 0.0)), 7, 1, badAmount},
-
-        {with(gas(), number(&SI::concentration, kMissing)), 9, 1, "Please enter a concentration (in weight percent)."},
-        {with(gas(), number(&SI::concentration, kInvalid)), 9, 1,
-         "Concentration invalid; please enter a new number (in weight percent)."},
-        {with(gas(), number(&SI::concentration, -0.01)), 9, 1, percentRange},
-        {with(gas(), number(&SI::concentration, 100.01)), 9, 1, percentRange},
-
-        {with(molten(),
-              [](SI& in) {
-                  in.solidForm = 0;
-                  in.duration = 10;
-              }),
-         11, 1, "Please specify the form of this solid."},
-        {with(molten(),
-              [](SI& in) {
-                  in.solidForm = 'O';
-                  in.duration = 10;
-              }),
-         11, 1, badSolid},
-        {with(molten(),
-              [](SI& in) {
-                  in.solidForm = 'X';
-                  in.duration = 10;
-              }),
-         11, 1, badSolid},
-
-        {with(molten(), number(&SI::liquidFactorMolten, kMissing)), 15, 0, missingLfm},
-        {with(molten(), number(&SI::liquidFactorMolten, kInvalid)), 15, 0, invalidLfm},
-        {with(molten(), number(&SI::liquidFactorMolten, 0.0)), 15, 0, invalidLfm},
-
-        {with(liquid(), letter(&SI::liquidTemperature, 0)), 12, 1,
-         "Please indicate whether this liquid is at ambient or near boiling temperature."},
-        {with(liquid(), letter(&SI::liquidTemperature, 'X')), 12, 1, "Programmer Error: invalid liquid form."},
-
-        {with(liquid(), number(&SI::liquidFactorAmbient, kMissing)), 13, 0,
-         "Missing liquid factor ambient in this substance's chemical record. Unable to calculate radius."},
-        {with(liquid(), number(&SI::liquidFactorAmbient, kInvalid)), 13, 0, invalidLfa},
-        {with(liquid(), number(&SI::liquidFactorAmbient, 0.0)), 13, 0, invalidLfa},
-        {boiling(number(&SI::liquidFactorBoiling, kMissing)), 14, 0,
-         "Missing liquid factor boiling in this substance's chemical record. Unable to calculate radius."},
-        {boiling(number(&SI::liquidFactorBoiling, kInvalid)), 14, 0, invalidLfb},
-        {boiling(number(&SI::liquidFactorBoiling, -2.0)), 14, 0, invalidLfb},
-
-        {with(liquid(), unit(&SI::dikeAreaUnit, kUnknownUnit)), 19, 0, badDikeUnit},
-        {with(molten(), unit(&SI::dikeAreaUnit, kUnknownUnit)), 19, 0, badDikeUnit},
-        {with(gas(),
-              [](SI& in) {
-                  in.solidForm = 'M';
-                  in.dikeAreaUnit = kUnknownUnit;
-              }),
-         19, 0, badDikeUnit},
-
-        {with(liquid(), number(&SI::dikeArea, kInvalid)), 18, 0, badDike},
-        {with(liquid(), number(&SI::dikeArea, -0.01)), 18, 0, badDike},
-        {with(gas(),
-              [](SI& in) {
-                  in.liquidTemperature = 'M';
-                  in.dikeArea = -1;
-              }),
-         18, 0, badDike},
-    };
-}
-
-TEST(Checks, RejectWithTheirMessageCodeAndFlag) {
-    std::set<std::string> messages;
-    int row = 0;
-    for (const Rejection& rejection : rejections()) {
-        SCOPED_TRACE("row " + std::to_string(row++) + ": " + rejection.message);
-        const Verdict verdict = judge(rejection.inputs);
-        EXPECT_EQ(verdict.meters, -1.0);
-        EXPECT_EQ(verdict.code, rejection.code);
-        EXPECT_EQ(verdict.flag, rejection.flag);
-        EXPECT_EQ(verdict.message, rejection.message);
-        messages.insert(rejection.message);
+    for (const auto& row : rows) {
+        const std::string rest = " in this substance's chemical record. Unable to calculate radius.";
+        EXPECT_EQ(judge(with(row.scenario, row.edits)), row.verdict + (row.ofRecord ? rest : "")) << row.edits;
     }
-    EXPECT_EQ(messages.size(), 45U) << "every message of the seventeen checks";
+    // What no text can say.
+    ScreeningInputs inputs = ParseScreeningInputs(kGas);
+    inputs.terrain = 'X';
+    EXPECT_EQ(judge(inputs), "4 1 Programmer Error: invalid terrain.");
+    inputs = ParseScreeningInputs(kLiquid);
+    inputs.liquidTemperature = 'X';
+    EXPECT_EQ(judge(inputs), "12 1 Programmer Error: invalid liquid form.");
+    inputs = ParseScreeningInputs(with(kGas, "18=-1").c_str());
+    inputs.liquidTemperature = 'M';
+    EXPECT_EQ(judge(inputs), "18 0 Invalid diked area value. Please enter a new number.");
 }
 
 TEST(Checks, AcceptTheirLimitsAndWhatDoesNotApply) {
-    const ScreeningInputs accepted[] = {
-        gas(),
-        liquid(),
-        molten(),
-        worstCase(),
-        with(gas(), windAndClass(2.3, kMilesPerHour, 'A')),
-        with(gas(), windAndClass(134.0, kMilesPerHour, 'C')),
-        with(gas(), windAndClass(1.0, kMetersPerSecond, 'F')),
-        with(gas(), windAndClass(60.0, kMetersPerSecond, 'D')),
-        with(gas(), windAndClass(500.0, kKilometers, 'D')),  // a speed in another unit has no limits
-        with(gas(), windAndClass(-4.0, kNoUnit, 'A')),
-        with(gas(), windAndClass(2.0, kMetersPerSecond, 'C')),
-        with(gas(), windAndClass(3.0, kMetersPerSecond, 'A')),
-        with(gas(), windAndClass(3.01, kMetersPerSecond, 'B')),
-        with(gas(), windAndClass(5.0, kMetersPerSecond, 'E')),
-        with(gas(), windAndClass(5.01, kMetersPerSecond, 'C')),
-        with(worstCase(), windAndClass(1.5, kMetersPerSecond, 'F')),
-        with(worstCase(), windAndClass(kMissing, kNoUnit, 'F')),  // a worst case checks two units alone
-        with(worstCase(), unit(&SI::durationUnit, kHours)),
-        with(gas(), unit(&SI::durationUnit, kUnknownUnit)),
-        with(gas(), number(&SI::duration, 2147483647.0)),
-        with(gas(), unit(&SI::amountUnit, kMiles)),
-        with(gas(), number(&SI::concentration, 0.0)),
-        with(liquid(), number(&SI::dikeArea, 0.0)),
-        with(molten(), number(&SI::dikeArea, kInvalid)),
-        with(gas(), number(&SI::dikeArea, kInvalid)),
-        with(gas(), unit(&SI::dikeAreaUnit, kUnknownUnit)),
-    };
-    int row = 0;
-    for (const ScreeningInputs& inputs : accepted) {
-        SCOPED_TRACE("row " + std::to_string(row++));
-        const Verdict verdict = judge(inputs);
-        EXPECT_EQ(verdict.code, 0);
-        EXPECT_EQ(verdict.flag, 0);
-        EXPECT_EQ(verdict.message, "");
-        EXPECT_NE(verdict.meters, -1.0);
+    // A speed in another unit has no limits, and the classes take it for miles per hour. A worst case's speed is
+    // checked in two units alone.
+    const struct {
+        int code;
+        const char* scenario;
+        std::vector<const char*> edits;
+    } rows[] = {
+        {0,
+         kGas,
+         {"", "5=2.3 6=MPH 10=A", "5=134 6=MPH 10=C", "5=1 10=F", "5=60", "5=1.99 10=D", "5=2 10=C", "5=3 10=A",
+          "5=3 10=F", "5=3.01 10=B", "5=5 10=E", "5=5.01 10=C", "5=500 6=KM", "17=x", "16=2147483647", "8=MI", "9=0",
+          "18=x", "19=x"}},
+        {0, kWorst, {"", "5=1.5 6=MPS", "5= 6=", "17=HOURS"}},
+        {0, kLiquid, {"", "18=0"}},
+        {0, kMolten, {"", "18=x"}},
+        {5, kGas, {"5=134.01 6=MPH", "5=60.01"}},
+        {10, kGas, {"5=5 10=F", "5=5.5 10=B", "10=@", "10=", "5=4.47 6=MPH 10=C", "5=4.47 6= 10=C", "5=12 6=MPH 10=E"}},
+        {16, kGas, {"16=0", "16=2147483648"}},
+        {19, kGas, {"11=MOLTEN 19=x"}},
+        {2, kWorst, {"2=x"}},
+        {4, kWorst, {"4="}},
+        {16, kWorst, {"16="}},
+        {15, kMolten, {"15=x"}},
+        {16, kMolten, {"11=POWDER"}},
+        {19, kMolten, {"19=x"}},
+        {13, kLiquid, {"13=0"}},
+        {14, kLiquid, {"12=BOIL 14=x"}},
+        {18, kLiquid, {"18=-0.01"}}};
+    for (const auto& row : rows) {
+        for (const char* edits : row.edits) {
+            const std::string verdict = judge(with(row.scenario, edits));
+            EXPECT_EQ(std::stoi(verdict), row.code) << row.scenario << ' ' << edits << ": " << verdict;
+            EXPECT_TRUE(row.code != 0 || verdict == "0 0 ") << verdict;
+        }
     }
-    for (char stability = 'A'; stability <= 'F'; ++stability) {
-        EXPECT_EQ(judge(with(gas(), windAndClass(2.5, kMetersPerSecond, stability))).code, 0) << stability;
+    for (const char* stability : {"10=A", "10=B", "10=C", "10=D", "10=E", "10=F"}) {
+        EXPECT_EQ(judge(with(kGas, stability)), "0 0 ");
     }
 }
 
-// Everything is wrong; each repair uncovers the check that is next in order.
+// Everything is wrong; each repair, of the field with the check's number, uncovers the check that is next in order.
 TEST(Checks, RunInTheirOrder) {
-    const auto uncover = [](ScreeningInputs inputs, const std::vector<std::pair<int, Change>>& repairs) {
-        for (const auto& [code, repair] : repairs) {
-            EXPECT_EQ(judge(inputs).code, code);
-            repair(inputs);
+    for (const char* repairs : {"2=1 3=S 4=URBAN 6=MPS 5=2.5 10=D 16=10 8=LBS 7=10 9=50 11=MOLTEN 15=.1 19=",
+                                "2=1 3=L 4=URBAN 6=MPS 5=2.5 10=D 8=LBS 7=10 9=50 12=AMB 13=.1 19=SQFT 18=1"}) {
+        std::string scenario = "|||||x||x||||||||||-1|x|";
+        std::istringstream words(repairs);
+        for (std::string repair; words >> repair; scenario = with(scenario, repair)) {
+            EXPECT_EQ(std::stoi(judge(scenario)), std::stoi(repair)) << scenario;
         }
-        EXPECT_EQ(judge(inputs).code, 0);
-    };
-    const ScreeningInputs wrong = {
-        .windUnit = kUnknownUnit, .amountUnit = kUnknownUnit, .dikeArea = -1.0, .dikeAreaUnit = kUnknownUnit};
-    const auto common = [](char state) {
-        return std::vector<std::pair<int, Change>>{
-            {2, number(&SI::levelOfConcern, 0.1)}, {3, letter(&SI::physicalState, state)},
-            {4, letter(&SI::terrain, 'U')},        {6, unit(&SI::windUnit, kMetersPerSecond)},
-            {5, number(&SI::windSpeed, 2.5)},      {10, letter(&SI::stabilityClass, 'D')}};
-    };
-    const std::vector<std::pair<int, Change>> amounts = {
-        {8, unit(&SI::amountUnit, kPounds)}, {7, number(&SI::amount, 10.0)}, {9, number(&SI::concentration, 50.0)}};
-    auto solid = common('S');
-    solid.push_back({16, number(&SI::duration, 10.0)});
-    solid.insert(solid.end(), amounts.begin(), amounts.end());
-    solid.push_back({11, letter(&SI::solidForm, 'M')});
-    solid.push_back({15, number(&SI::liquidFactorMolten, 0.1)});
-    solid.push_back({19, unit(&SI::dikeAreaUnit, kNoUnit)});
-    uncover(wrong, solid);
-
-    auto wet = common('L');
-    wet.insert(wet.end(), amounts.begin(), amounts.end());
-    wet.push_back({12, letter(&SI::liquidTemperature, 'A')});
-    wet.push_back({13, letter(&SI::liquidTemperature, 'B')});
-    wet.push_back({14, number(&SI::liquidFactorBoiling, 0.1)});
-    wet.push_back({19, unit(&SI::dikeAreaUnit, kSquareFeet)});
-    wet.push_back({18, number(&SI::dikeArea, 1.0)});
-    uncover(wrong, wet);
+        EXPECT_EQ(judge(scenario), "0 0 ");
+    }
 }
 
 TEST(Checks, LeaveTheModelAloneWhenTheyReject) {
-    judge(gas());
+    judge(std::string(kGas));
     ASSERT_EQ(LOC, 0.0087);
     ResetScreening();
-    judge(with(gas(), letter(&SI::terrain, 0)));
+    judge(with(kGas, "4="));
     EXPECT_EQ(LOC, 0.0);
     EXPECT_EQ(SY1, 0.0);
 }
 
 TEST(Fields, AreSplitAtBarsAndCutToTheirBuffer) {
     char field[5];
-    const char* next = GetParameter("ab||abcdefg|x", field, sizeof field);
-    EXPECT_STREQ(field, "ab");
-    next = GetParameter(next, field, sizeof field);
-    EXPECT_STREQ(field, "");
-    next = GetParameter(next, field, sizeof field);
-    EXPECT_STREQ(field, "abcd");
-    next = GetParameter(next, field, sizeof field);
-    EXPECT_STREQ(field, "x");
-    next = GetParameter(next, field, sizeof field);
-    EXPECT_STREQ(field, "");
+    const char* next = "ab||abcdefg|x";
+    for (const char* expected : {"ab", "", "abcd", "x", ""}) {
+        next = GetParameter(next, field, sizeof field);
+        EXPECT_STREQ(field, expected);
+    }
     EXPECT_EQ(*next, '\0');
     char one[2] = {'q', 'q'};
     EXPECT_STREQ(GetParameter("ab|c", one, 1), "c");
-    EXPECT_EQ(one[0], '\0');
-    EXPECT_EQ(one[1], 'q');
+    EXPECT_EQ(std::string(one, 2), std::string("\0q", 2));
 }
 
-TEST(Fields, OfAScenarioGoWhereTheyBelong) {
-    const SI inputs = ParseScreeningInputs(
-        "Screening|1|gas|an Urban area|2|mph|3|Kilograms|4|f|molten powder|near boiling, not "
-        "ambient|5|6|7|8|hours|9|Sq Ft|km|21");
-    EXPECT_EQ(inputs.screening, 1);
-    EXPECT_EQ(inputs.levelOfConcern, 1.0);
-    EXPECT_EQ(inputs.physicalState, 'G');
-    EXPECT_EQ(inputs.terrain, 'U');
-    EXPECT_EQ(inputs.windSpeed, 2.0);
-    EXPECT_EQ(inputs.windUnit, 5);
-    EXPECT_EQ(inputs.amount, 3.0);
-    EXPECT_EQ(inputs.amountUnit, 4);
-    EXPECT_EQ(inputs.concentration, 4.0);
-    EXPECT_EQ(inputs.stabilityClass, 'F');
-    EXPECT_EQ(inputs.solidForm, 'P');          // tried before molten
-    EXPECT_EQ(inputs.liquidTemperature, 'A');  // tried before boiling
-    EXPECT_EQ(inputs.liquidFactorAmbient, 5.0);
-    EXPECT_EQ(inputs.liquidFactorBoiling, 6.0);
-    EXPECT_EQ(inputs.liquidFactorMolten, 7.0);
-    EXPECT_EQ(inputs.duration, 8.0);
-    EXPECT_EQ(inputs.durationUnit, 11);
-    EXPECT_EQ(inputs.dikeArea, 9.0);
-    EXPECT_EQ(inputs.dikeAreaUnit, 1);
-    EXPECT_EQ(inputs.distanceUnit, 9);
+// The inputs in the order of their fields.
+std::string told(const std::string& scenario) {
+    const ScreeningInputs in = ParseScreeningInputs(scenario.c_str());
+    std::ostringstream text;
+    text << +in.screening << '|' << in.levelOfConcern << '|' << in.physicalState << '|' << in.terrain << '|'
+         << in.windSpeed << '|' << in.windUnit << '|' << in.amount << '|' << in.amountUnit << '|' << in.concentration
+         << '|' << in.stabilityClass << '|' << in.solidForm << '|' << in.liquidTemperature << '|'
+         << in.liquidFactorAmbient << '|' << in.liquidFactorBoiling << '|' << in.liquidFactorMolten << '|'
+         << in.duration << '|' << in.durationUnit << '|' << in.dikeArea << '|' << in.dikeAreaUnit << '|'
+         << in.distanceUnit;
+    std::string result = text.str();
+    std::erase(result, '\0');
+    return result;
 }
 
-TEST(Fields, ThatAreAbsentAreMissing) {
+TEST(Fields, GoWhereTheyBelongAndAreMissingWhenAbsent) {
+    // Powder is tried before molten, ambient before boiling.
+    EXPECT_EQ(told("Screening|1|gas|an Urban area|2|mph|3|Kilograms|4|f|molten powder|near boiling, not "
+                   "ambient|5|6|7|8|hours|9|Sq Ft|km|21"),
+              "1|1|G|U|2|5|3|4|4|F|P|A|5|6|7|8|11|9|1|9");
     for (const char* text : {"", "|||||||||||||||||||", "SCR"}) {
-        const SI inputs = ParseScreeningInputs(text);
-        EXPECT_EQ(inputs.screening, 0);
-        EXPECT_EQ(inputs.levelOfConcern, kMissing);
-        EXPECT_EQ(inputs.physicalState, 0);
-        EXPECT_EQ(inputs.terrain, 0);
-        EXPECT_EQ(inputs.solidForm, 0);
-        EXPECT_EQ(inputs.liquidTemperature, 0);
-        EXPECT_EQ(inputs.dikeArea, kMissing);
-        EXPECT_EQ(inputs.distanceUnit, kNoUnit);
+        EXPECT_EQ(told(text), "0|-99989|||-99989|-2|-99989|-2|-99989||||-99989|-99989|-99989|-99989|-2|-99989|-2|-2");
     }
 }
 
 TEST(Fields, KeepSixtyThreeCharacters) {
     const std::string zeros(61, '0');
-    EXPECT_EQ(ParseScreeningInputs(("|" + zeros + "12").c_str()).levelOfConcern, 12.0);
-    EXPECT_EQ(ParseScreeningInputs(("|" + zeros + "123|L").c_str()).levelOfConcern, 12.0);
-    EXPECT_EQ(ParseScreeningInputs(("|" + zeros + "123|L").c_str()).physicalState, 'L');
-    EXPECT_EQ(ParseScreeningInputs((std::string(57, ' ') + "SCREEN").c_str()).screening, 1);
-    EXPECT_EQ(ParseScreeningInputs((std::string(58, ' ') + "SCREEN").c_str()).screening, 0);
+    EXPECT_EQ(told("|" + zeros + "123|L").substr(0, 6), "0|12|L");
+    EXPECT_EQ(told(std::string(57, ' ') + "SCREEN")[0], '1');
+    EXPECT_EQ(told(std::string(58, ' ') + "SCREEN")[0], '0');
 }
 
 TEST(Numbers, AreReadAsWritten) {
     const std::pair<const char*, double> good[] = {
-        {"0", 0.0}, {"3.35", 3.35}, {"-.5", -0.5}, {"-5", -5.0},   {"5.", 5.0},    {".5", 0.5},       {"-", 0.0},
-        {".", 0.0}, {"-.", 0.0},    {"007", 7.0},  {"-0.0", -0.0}, {"", kMissing}, {"0.0073", 7.3e-3}};
+        {"0", 0.0}, {"3.35", 3.35}, {"-.5", -0.5}, {"-5", -5.0},   {"5.", 5.0},          {".5", 0.5},       {"-", 0.0},
+        {".", 0.0}, {"-.", 0.0},    {"007", 7.0},  {"-0.0", -0.0}, {"", kMissingNumber}, {"0.0073", 7.3e-3}};
     for (const auto& [text, value] : good) {
         EXPECT_EQ(ParamStrToDouble(text), value) << '"' << text << '"';
     }
-    for (const char* text : {"1.2.3", "1-2", "5-", " 5", "5 ", "1e5", "+5", "--5", ".-5", "-5-", "..", "0x10", "inf",
-                             "nan", "1,5", "\xC2\xBD"}) {
-        EXPECT_EQ(ParamStrToDouble(text), kInvalid) << '"' << text << '"';
+    for (const char* text : {"1.2.3", "5-", " 5", "5 ", "1e5", "+5", "--5", ".-5", "..", "0x10", "inf", "1,5"}) {
+        EXPECT_EQ(ParamStrToDouble(text), kInvalidNumber) << '"' << text << '"';
     }
 }
 
@@ -476,9 +265,8 @@ TEST(Numbers, OfAnyLengthAreReadLikeTheStandardConversion) {
 
 TEST(Numbers, AreWrittenLikePrintfDoes) {
     std::vector<double> values = {
-        0.0,    -0.0,         0.05,     0.15,      0.25,         0.35,          0.95,
-        -0.04,  2500.0,       9.95,     10.05,     1e22,         1e308,         -1e308,
-        5e-324, 123456789.05, HUGE_VAL, -HUGE_VAL, std::nan(""), -std::nan(""), std::numeric_limits<double>::max()};
+        0.0,  -0.0,   0.05,   0.25,     0.35,      0.95,         -0.04,         9.95,
+        1e22, -1e308, 5e-324, HUGE_VAL, -HUGE_VAL, std::nan(""), -std::nan(""), std::numeric_limits<double>::max()};
     std::mt19937_64 random(7);
     for (int i = 0; i < 2000; ++i) {
         values.push_back(std::ldexp(static_cast<double>(random() >> 11), static_cast<int>(random() % 60) - 75));
@@ -500,11 +288,10 @@ TEST(Numbers, AreWrittenLikePrintfDoes) {
 
 TEST(Units, AreKnownByTheirKeywordsInAnyCase) {
     const std::pair<const char*, int> table[] = {
-        {"SQFT", 1},     {"Sq Ft", 1},         {"SQ FEET", 1}, {"sqm", 2},       {"SQ M", 2},    {"SQ METERS", 2},
-        {"LBS", 3},      {"pounds", 3},        {"KGS", 4},     {"KILOGRAMS", 4}, {"MPH", 5},     {"MILES/HOUR", 5},
-        {"mps", 7},      {"METERS/SECOND", 7}, {"MI", 8},      {"Miles", 8},     {"KM", 9},      {"KILOMETERS", 9},
-        {"MINUTES", 10}, {"HOURS", 11},        {"", -2},       {" ", -1},        {"SQ. FT", -1}, {"LB", -1},
-        {"MPH ", -1},    {"MINUTE", -1},       {"M", -1}};
+        {"SQFT", 1},     {"Sq Ft", 1},         {"SQ FEET", 1}, {"sqm", 2},       {"SQ M", 2},  {"SQ METERS", 2},
+        {"LBS", 3},      {"pounds", 3},        {"KGS", 4},     {"KILOGRAMS", 4}, {"MPH", 5},   {"MILES/HOUR", 5},
+        {"mps", 7},      {"METERS/SECOND", 7}, {"MI", 8},      {"Miles", 8},     {"KM", 9},    {"KILOMETERS", 9},
+        {"MINUTES", 10}, {"HOURS", 11},        {"", -2},       {" ", -1},        {"MPH ", -1}, {"M", -1}};
     for (const auto& [text, code] : table) {
         char field[kFieldSize] = {};
         std::strncpy(field, text, sizeof field - 1);
