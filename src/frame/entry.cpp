@@ -34,17 +34,26 @@ void ResetPlugInState() {
     ResetSessions();
 }
 
+// Whatever a hook raises for want of memory, the other modules still have their turn.
+static void runHook(void (*hook)()) noexcept {
+    try {
+        hook();
+    } catch (...) {
+        return;
+    }
+}
+
 std::int32_t Startup() {
     ResetPlugInState();  // also when the host did not shut down before
     for (const ModuleHooks& module : gModules) {
-        module.startup();
+        runHook(module.startup);
     }
     return 1;
 }
 
 void Shutdown() {
     for (const ModuleHooks& module : gModules) {
-        module.shutdown();
+        runHook(module.shutdown);
     }
     ResetPlugInState();  // the sets and lists live no longer than the plug-in runs
 }
@@ -102,7 +111,7 @@ void UnsafeIdle() {}  // no module work at this level, deliberately
 
 void DoQuilIdleTasks() {
     for (const ModuleHooks& module : gModules) {
-        module.idle();
+        runHook(module.idle);
     }
 }
 
