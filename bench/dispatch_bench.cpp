@@ -1,7 +1,8 @@
 // A script function through the loaded plug-in, from the host's two texts to the text of the answer, beside a prepared
 // SQLite statement that calls a C function with the same two texts (bind, step, read, reset).
 //
-// The handlers' own work is in the figures. The row "unknown name" has none, so it is the dispatcher alone.
+// First and last row are called with the example of their help, and the handlers' own work is in the figures. The row
+// "unknown name" has none, so it is the dispatcher alone.
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
@@ -12,11 +13,9 @@
 #include <vector>
 
 #include "fmx/host.h"
-#include "frame/dispatch_table.h"
 #include "host/plugin.h"
 #include "platform/linux/linux_machine.h"
 #include "platform/scripted/scripted_machine.h"
-#include "util/fhandle.h"
 
 namespace {
 
@@ -40,10 +39,10 @@ Loaded& loaded() {
 }
 
 // Calls QUIL_External as the host does it: both texts set, the function evaluated, the answer taken.
-void callPlugin(benchmark::State& state, const std::string& name) {
+void callPlugin(benchmark::State& state, const std::string& name, const std::string& parameter) {
     const host::RegisteredFunction& function = loaded().plugin.functions().at(1);
     const fmx::Text nameText = host::toText(name);
-    const fmx::Text parameterText = host::toText(kParameter);
+    const fmx::Text parameterText = host::toText(parameter);
     const fmx::Locale locale(fmx::Locale::Type::system);
     std::size_t calls = 0;
     for (auto _ : state) {
@@ -64,32 +63,13 @@ void callPlugin(benchmark::State& state, const std::string& name) {
 }
 
 void firstRow(benchmark::State& state) {
-    callPlugin(state, loaded().list.front().name);
+    callPlugin(state, loaded().list.front().name, loaded().list.front().exampleParameter);
 }
 void lastRow(benchmark::State& state) {
-    callPlugin(state, loaded().list.back().name);
+    callPlugin(state, loaded().list.back().name, loaded().list.back().exampleParameter);
 }
 void unknownName(benchmark::State& state) {
-    callPlugin(state, "VSTANoSuchFunction");
-}
-
-// What the first row's handler does by itself, an alert among it: the difference to firstRow is the way to it.
-void firstHandlerAlone(benchmark::State& state) {
-    const quil::Row& row = *quil::DispatchTable().front();
-    loaded();
-    std::size_t calls = 0;
-    for (auto _ : state) {
-        char** parameter = quil::NewFHandle(0);
-        char** result = quil::NewFHandle(0);
-        quil::SetResultsHandle(parameter, kParameter);
-        row.handler(2, parameter, result);
-        benchmark::DoNotOptimize(*result);
-        quil::DisposeAndClearFHandle(&parameter);
-        quil::DisposeAndClearFHandle(&result);
-        if (++calls % 1024 == 0) {
-            loaded().machine.takeEffects();
-        }
-    }
+    callPlugin(state, "VSTANoSuchFunction", kParameter);
 }
 
 // The peer's function: looks at both texts and answers with one of about the plug-in's length.
@@ -127,7 +107,6 @@ void sqliteFunction(benchmark::State& state) {
 
 BENCHMARK(sqliteFunction);
 BENCHMARK(unknownName);
-BENCHMARK(firstHandlerAlone);
 BENCHMARK(firstRow);
 BENCHMARK(lastRow);
 
