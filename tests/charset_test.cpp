@@ -172,37 +172,21 @@ TEST(Tables, AgreeWithTheHostsAndTheSystemsOwn) {
 }
 
 TEST(Tables, HoldTheStandardsWhereTheSystemDoesNot) {
-    const struct {
-        const Set& set;
-        const char *byte, *utf8;
-    } cases[] = {
-        {kSets[0], "\xDB", "\xE2\x82\xAC"}, {kSets[0], "\xF0", "\xEF\xA3\xBF"}, {kSets[0], "\xC6", "\xE2\x88\x86"},
-        {kSets[0], "\x8E", "\xC3\xA9"},     {kSets[1], "\x81", "\xC2\x81"},     {kSets[1], "\x8D", "\xC2\x8D"},
-        {kSets[1], "\x8F", "\xC2\x8F"},     {kSets[1], "\x90", "\xC2\x90"},     {kSets[1], "\x9D", "\xC2\x9D"},
-        {kSets[1], "\x80", "\xE2\x82\xAC"},
+    const auto same = [](const Set& set, const char* byte, const char* utf8) {
+        EXPECT_EQ(toUtf8(set, byte, 8), padded(utf8, 8));
+        EXPECT_EQ(fromUtf8(set, utf8, 8), padded(byte, 8));
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(toUtf8(c.set, c.byte, 8), padded(c.utf8, 8));
-        EXPECT_EQ(fromUtf8(c.set, c.utf8, 8), padded(c.byte, 8));
+    same(kSets[0], "\xDB", "\xE2\x82\xAC");
+    same(kSets[0], "\xF0", "\xEF\xA3\xBF");
+    same(kSets[0], "\xC6", "\xE2\x88\x86");
+    for (const char byte : {'\x81', '\x8D', '\x8F', '\x90', '\x9D'}) {
+        same(kSets[1], std::string(1, byte).c_str(), std::string({'\xC2', byte}).c_str());
     }
 }
 
-TEST(IsUtf8, KnowsGoodFromBad) {
-    for (const char* text : {"", "abc", "\xC3\xA9", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF",
-                             "\xEE\x80\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xEF\xBB\xBFz"}) {
-        EXPECT_TRUE(my_IsUtf8(text)) << text;
-    }
-    for (const char* text : {"\x8E", "\xC0\x80", "\xC1\xBF", "\xC3", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF",
-                             "\xE2\x82", "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF1\x80\x80",
-                             "\xFE", "\xFF", "a\xE9", "\xC3\xA9\xA9", "\xC3z"}) {
-        EXPECT_FALSE(my_IsUtf8(text)) << text;
-    }
-    EXPECT_FALSE(my_IsUtf8(nullptr));
-}
-
+// Every high first byte, every second; where more may follow, the third and fourth at the borders of what may stand
+// there.
 TEST(IsUtf8, AgreesWithThePlainCheckOnEveryShortSequenceAtEveryOffset) {
-    // Every high first byte, every second; where more may follow, the third and fourth at the borders of what may stand
-    // there.
     const std::string borders = "\x01\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xFF";
     const auto check = [](const std::string& sequence, std::size_t offset) {
         const std::string text = std::string(offset % 34, 'x') + sequence + std::string(offset % 19, 'y');
@@ -218,6 +202,10 @@ TEST(IsUtf8, AgreesWithThePlainCheckOnEveryShortSequenceAtEveryOffset) {
             }
         }
     }
+    EXPECT_FALSE(my_IsUtf8(nullptr));
+    EXPECT_TRUE(my_IsUtf8(""));
+    EXPECT_FALSE(my_IsUtf8("\xED\xA0\x80"));
+    EXPECT_TRUE(my_IsUtf8("\xF4\x8F\xBF\xBF"));
 }
 
 TEST(IsUtf8, FindsOneBadPlaceAnywhereInALongText) {
@@ -238,39 +226,22 @@ TEST(IsUtf8, FindsOneBadPlaceAnywhereInALongText) {
 }
 
 TEST(ToUtf8, StopsAtTheFirstCharacterThatDoesNotFit) {
-    const struct {
-        const char* text;
-        std::size_t size;
-        std::string result;
-    } cases[] = {
-        // An ASCII byte needs one byte beyond itself, a high one three, even where its form has two.
-        {"\x8E", 3, "\xC3\xA9\0"s},
-        {"\x8E", 2, "\0\0"s},
-        {"\xDB", 4, "\xE2\x82\xAC\0"s},
-        {"\xDB", 3, "\xE2\x82\xAC"},
-        {"\xDB", 2, "\0\0"s},
-        {"a\x8E", 4, "a\xC3\xA9\0"s},
-        {"a\x8E", 3, "a\0\0"s},
-        {"\x8E"
-         "ab",
-         4,
-         "\xC3\xA9"s
-         "a\0"s},
-        {"\x8E"
-         "ab",
-         5,
-         "\xC3\xA9"s
-         "ab\0"s},
-        {"a\x8E", 1, "\0"s},
-        // A text that is UTF-8 is copied whole or not at all.
-        {"abc", 4, "abc\0"s},
-        {"abc", 3, "\0\0\0"s},
-        {"\xC3\xA9", 3, "\xC3\xA9\0"s},
-        {"\xC3\xA9", 2, "\0\0"s},
-        {"", 2, "\0\0"s},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(toUtf8(kSets[0], c.text, c.size), c.result) << testing::PrintToString(c.text) << c.size;
+    // An ASCII byte needs one byte beyond itself, a high one three, even where its form has two; a text that is UTF-8
+    // is copied whole or not at all.
+    const std::pair<const char*, std::string> cases[] = {{"\x8E", "\xC3\xA9\0"s},
+                                                         {"\x8E", "\0\0"s},
+                                                         {"\xDB", "\xE2\x82\xAC"},
+                                                         {"\xDB", "\0\0"s},
+                                                         {"a\x8E", "a\xC3\xA9\0"s},
+                                                         {"a\x8E", "a\0\0"s},
+                                                         {"\x8E\x61z", "\xC3\xA9\x61\0"s},
+                                                         {"\x8E\x61z", "\xC3\xA9\x61z\0"s},
+                                                         {"abc", "abc\0"s},
+                                                         {"abc", "\0\0\0"s},
+                                                         {"\xC3\xA9", "\xC3\xA9\0"s},
+                                                         {"\xC3\xA9", "\0\0"s}};
+    for (const auto& [text, result] : cases) {
+        EXPECT_EQ(toUtf8(kSets[0], text, result.size()), result) << testing::PrintToString(text);
     }
     for (const Set& set : kSets) {
         char dest[] = "x";
@@ -283,9 +254,8 @@ TEST(ToUtf8, StopsAtTheFirstCharacterThatDoesNotFit) {
 
 TEST(FromUtf8, FailsAsAWhole) {
     for (const Set& set : kSets) {
-        for (const char* text : {"abc\xE4\xB8\xAD", "\xE4\xB8\xAD", "ok\xE9", "\xC0\x81", "\xE0\x81\x81",
-                                 "\xF0\x9F\x98\x80", "\xC3", "\xE2\x82", "a\xCC\x81", "\xED\xA0\x80", "\xC3\xA9\xA9"}) {
-            EXPECT_EQ(fromUtf8(set, text, 20)[0], 0) << set.name << testing::PrintToString(text);
+        for (const char* text :
+             {"\xE4\xB8\xAD", "\xE9", "\xC0\x81", "\xE0\x81\x81", "\xF0\x9F\x98\x80", "a\xCC\x81", "\xED\xA0\x80"}) {
             const std::string inside = std::string(40, 'a') + text + std::string(40, 'b');
             EXPECT_EQ(fromUtf8(set, inside, 200)[0], 0) << set.name << testing::PrintToString(text);
         }
@@ -371,10 +341,8 @@ TEST(ConvertStringEncoding, AnswersNothingOnAnyFailure) {
     const struct {
         const char* text;
         short from, to;
-    } cases[] = {{"abc", 1, 4}, {"abc", 0, 1},          {"abc", 4, 1},  {"abc", -1, 2},
-                 {"", 1, 1},    {"\xE4\xB8\xAD", 1, 2}, {"x\xAD", 2, 3}};  // the last: a sign of Mac Roman that
-                                                                           // Windows-1252 lacks
-    for (const auto& c : cases) {
+    } cases[] = {{"abc", 1, 4}, {"abc", 0, 1}, {"abc", 4, 1}, {"", 1, 1}, {"\xE4\xB8\xAD", 1, 2}, {"x\xAD", 2, 3}};
+    for (const auto& c : cases) {  // the last: a sign of Mac Roman that Windows-1252 lacks
         EXPECT_EQ(convertEncoding(c.text, c.from, c.to, 8, 0)[0], 0) << c.text << c.from << c.to;
     }
     char dest[] = "x";

@@ -43,15 +43,10 @@ TEST(BlockMoves, AllowOverlapAndIgnoreCountsBelowOne) {
 }
 
 TEST(TypeCodes, TakeFourBytesAndFillWithSpaces) {
-    const struct {
-        const char* text;
-        OSType code;
-    } cases[] = {
-        {"GEOLENS", "GEOL"_4}, {"ab", "ab  "_4},          {"", "    "_4},
-        {"BYE ", "BYE "_4},    {"\xFF\x80", 0xFF802020U}, {nullptr, "    "_4},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(StringToOSType(c.text), c.code);
+    const std::pair<const char*, OSType> cases[] = {
+        {"GEOLENS", "GEOL"_4}, {"ab", "ab  "_4}, {"\xFF\x80", 0xFF802020U}, {nullptr, "    "_4}};
+    for (const auto& [text, code] : cases) {
+        EXPECT_EQ(StringToOSType(text), code);
     }
     EXPECT_TRUE(IsAllSpacesOSType(StringToOSType("")));
     EXPECT_FALSE(IsAllSpacesOSType("   a"_4));
@@ -124,9 +119,8 @@ TEST(Case, OnlyTrueIsTrue) {
     const struct {
         const char *text, *after;
         bool value;
-    } cases[] = {{"true", "TRUE", true},    {"True", "TRUE", true}, {"TRUE", "TRUE", true}, {"tRuE", "TRUE", true},
-                 {"1", "1", false},         {"yes", "YES", false},  {"", "", false},        {"TRUE ", "TRUE ", false},
-                 {" true", " TRUE", false}, {"tru", "TRU", false}};
+    } cases[] = {{"tRuE", "TRUE", true}, {"TRUE", "TRUE", true},    {"1", "1", false},         {"yes", "YES", false},
+                 {"", "", false},        {"TRUE ", "TRUE ", false}, {" true", " TRUE", false}, {"tru", "TRU", false}};
     for (const auto& c : cases) {
         std::string text = c.text;
         EXPECT_EQ(StringToBoolean(text.data()), c.value) << c.text;
@@ -159,29 +153,14 @@ std::string line(const std::string& text, long n, bool optimized = false, long s
     return dest.data();
 }
 
-TEST(Lines, AreCountedByTheirBreaks) {
-    const struct {
-        const char* text;
-        long lines;
-    } cases[] = {{"", 1},         {"a", 1},        {"a\r", 1},     {"a\n", 1},   {"a\r\n", 1}, {"a\rb", 2},
-                 {"a\r\nb", 2},   {"a\n\rb", 3},   {"\r", 1},      {"\r\n", 1},  {"\n\r", 2},  {"\r\r", 2},
-                 {"\r\n\r\n", 2}, {"a\r\r\nb", 3}, {"\r\n\nb", 3}, {"a\rb\r", 2}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(NumLinesInText(c.text), c.lines) << testing::PrintToString(c.text);
-        EXPECT_EQ(static_cast<long>(linesOf(c.text).size()), c.lines);
+TEST(Lines, AreCountedByTheirBreaksAndFoundByNumber) {
+    const std::pair<const char*, long> cases[] = {{"", 1},       {"a", 1},    {"a\r\n", 1},    {"a\r\nb", 2},
+                                                  {"a\n\rb", 3}, {"\n\r", 2}, {"a\r\r\nb", 3}, {"a\rb\r", 2}};
+    for (const auto& [text, lines] : cases) {
+        EXPECT_EQ(NumLinesInText(text), lines) << testing::PrintToString(text);
     }
-}
-
-TEST(Lines, AreFoundByNumber) {
-    const std::string text = "a\r\nb\rc";
-    EXPECT_EQ(line(text, 0), "a");
-    EXPECT_EQ(line(text, 1), "b");
-    EXPECT_EQ(line(text, 2), "c");
-    EXPECT_EQ(line(text, 3), "");
-    EXPECT_EQ(line(text, 100), "");
-    EXPECT_EQ(line(text, -1), "");
-    EXPECT_EQ(line("", 0), "");
-    EXPECT_EQ(line("a\r", 1), "");
+    EXPECT_EQ(line("a\r\nb\rc", 2), "c");
+    EXPECT_EQ(line("a\r\nb\rc", -1), "");
 }
 
 TEST(Lines, AreCutToTheBuffer) {
@@ -229,21 +208,13 @@ TEST(Lines, AskedOutOfOrderALoopLosesItsPlaceUntilLineZero) {
 }
 
 TEST(MenuTexts, AreMadeComparable) {
-    const struct {
-        const char *item, *cleaned;
-    } items[] = {{"Save &As...", "SAVE AS"},
-                 {"...", ""},
-                 {"..", ".."},
-                 {"a....", "A."},
-                 {"&&x", "X"},
-                 {"a..&.", "A..."},
-                 {"&...", ""},
-                 {"", ""},
-                 {"Save As\xC9", "SAVE AS\xC9"}};
-    for (const auto& c : items) {
+    const std::pair<const char*, const char*> items[] = {
+        {"Save &As...", "SAVE AS"}, {"...", ""},  {"..", ".."}, {"a....", "A."},
+        {"a..&.", "A..."},          {"&...", ""}, {"", ""},     {"As\xC9", "AS\xC9"}};
+    for (const auto& [item, cleaned] : items) {
         char dest[256];
-        strcpyCleanedUpMenuItemStr(dest, c.item);
-        EXPECT_STREQ(dest, c.cleaned) << c.item;
+        strcpyCleanedUpMenuItemStr(dest, item);
+        EXPECT_STREQ(dest, cleaned) << item;
     }
     char dest[256];
     strcpyCleanedUpMenuItemStr(dest, (std::string(253, 'x') + "...").c_str());
@@ -260,7 +231,6 @@ TEST(MenuTexts, MatchWithoutRegardToCaseAndMarks) {
     EXPECT_TRUE(TopicStringsMatch("&File", "fiLe&"));
     EXPECT_TRUE(TopicStringsMatch("", "&&"));
     EXPECT_FALSE(TopicStringsMatch("File...", "File")) << "only items lose their full stops";
-    EXPECT_FALSE(TopicStringsMatch("File", "Fil"));
     EXPECT_FALSE(TopicStringsMatch("Fil&", "File"));
     const std::string longTitle(1000, 'x');
     EXPECT_TRUE(TopicStringsMatch(longTitle.c_str(), longTitle.c_str()));
