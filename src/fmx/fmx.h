@@ -105,6 +105,12 @@ class Data {
     const Locale& GetLocale() const { return locale_; }
     NativeType GetNativeType() const { return type_; }
     errcode SetAsText(const Text& text, const Locale& locale, NativeType type = NativeType::text);
+    // For the host's side: the same from UTF-8, into the memory that the text has already.
+    void AssignHostText(std::string_view utf8, const Locale& locale) {
+        text_.AssignBytes(utf8, Text::Encoding::utf8);
+        locale_ = locale;
+        type_ = NativeType::text;
+    }
 
   private:
     Text text_;

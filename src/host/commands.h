@@ -30,8 +30,10 @@ struct Context {
 void addCallCommand(CLI::App& app, Context& context);
 void addFunctionsCommand(CLI::App& app, Context& context);
 void addHelpCommand(CLI::App& app, Context& context);
+void addMapListCommand(CLI::App& app, Context& context);
 void addRpcCommand(CLI::App& app, Context& context);
 void addScreenCommand(CLI::App& app, Context& context);
+void addSetsCommand(CLI::App& app, Context& context);
 
 // Completes the machine's options from the environment: the volumes of QUIL_VOLUMES when no --volume was given. Throws
 // HostError for an entry that is wrong.

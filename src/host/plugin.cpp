@@ -121,9 +121,16 @@ bool isCutShort(const std::string& library) {
 }  // namespace
 
 std::string toUtf8(const fmx::Text& text) {
+    const std::uint32_t units = text.GetSize();
+    const std::u16string_view content = text.units();
+    if (std::all_of(content.begin(), content.end(), [](char16_t unit) { return unit < 0x80; })) {
+        std::string bytes(units, '\0');
+        std::transform(content.begin(), content.end(), bytes.begin(),
+                       [](char16_t unit) { return static_cast<char>(unit); });
+        return bytes;
+    }
     // A text may hold NULs, so its end is where the filling begins again, a byte that UTF-8 never has.
     constexpr char kFilling = '\xFF';
-    const std::uint32_t units = text.GetSize();
     std::string bytes(static_cast<std::size_t>(units) * 3 + 1, kFilling);
     fmx::_fmxcpt::Check(
         text.GetBytes(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 0, units, fmx::Text::Encoding::utf8));
@@ -238,7 +245,7 @@ std::optional<std::u16string> Plugin::string(std::uint8_t kind, std::uint32_t si
     return buffer;
 }
 
-Answer Plugin::evaluate(std::string_view function, const std::vector<std::string_view>& parameters, bool checkCount) {
+const RegisteredFunction& Plugin::functionNamed(std::string_view function) const {
     const auto found = std::find_if(functions_.begin(), functions_.end(),
                                     [function](const RegisteredFunction& item) { return item.name == function; });
     if (found == functions_.end()) {
@@ -256,21 +263,52 @@ Answer Plugin::evaluate(std::string_view function, const std::vector<std::string
         throw HostError("the plug-in has not registered a function " + quoted(function) +
                         (initialized_ ? "" : "; it is not initialised"));
     }
+    return *found;
+}
+
+Answer Plugin::external(std::string_view name, std::string_view parameter) {
+    const std::array<std::string_view, 2> parameters = {name, parameter};
+    constexpr std::string_view kExternal = "QUIL_External";
+    if (external_ >= functions_.size() || functions_[external_].name != kExternal) {
+        external_ = static_cast<std::size_t>(&functionNamed(kExternal) - functions_.data());
+    }
+    return run(functions_[external_], parameters);
+}
+
+Answer Plugin::evaluate(std::string_view name, const std::vector<std::string_view>& parameters, bool checkCount) {
+    const RegisteredFunction& function = functionNamed(name);
     const auto count = static_cast<std::ptrdiff_t>(parameters.size());
-    if (checkCount && (count < found->minParams || (found->maxParams >= 0 && count > found->maxParams))) {
-        throw HostError(found->name + " takes " + std::to_string(found->minParams) + " to " +
-                        (found->maxParams < 0 ? "any number of" : std::to_string(found->maxParams)) +
+    if (checkCount && (count < function.minParams || (function.maxParams >= 0 && count > function.maxParams))) {
+        throw HostError(function.name + " takes " + std::to_string(function.minParams) + " to " +
+                        (function.maxParams < 0 ? "any number of" : std::to_string(function.maxParams)) +
                         " parameters, not " + std::to_string(count));
     }
-    fmx::DataVect texts;
+    return run(function, parameters);
+}
+
+Answer Plugin::run(const RegisteredFunction& function, std::span<const std::string_view> parameters) {
+    constexpr std::size_t kKept = 4096;  // longer texts do not stay behind
+    struct Use {
+        bool& flag;
+        const bool mine = !std::exchange(flag, true);
+        ~Use() { flag = mine ? false : flag; }
+    } use{textsInUse_};
+    fmx::DataVect own;
+    fmx::DataVect& texts = use.mine ? texts_ : own;
     texts.Resize(static_cast<std::uint32_t>(parameters.size()));
+    bool large = false;
     for (std::uint32_t i = 0; i < texts.Size(); ++i) {
-        fmx::_fmxcpt::Check(texts.Mutable(i).SetAsText(toText(parameters[i]), fmx::Locale(fmx::Locale::Type::system)));
+        texts.Mutable(i).AssignHostText(parameters[i], fmx::Locale(fmx::Locale::Type::system));
+        large = large || parameters[i].size() > kKept;
     }
+    const short id = function.id;  // the call may change what is registered
     fmx::Data result;
     Answer answer;
-    answer.code = fmx::Evaluate(found->function, found->id, fmx::ExprEnv(), texts, result);
+    answer.code = fmx::Evaluate(function.function, id, fmx::ExprEnv(), texts, result);
     answer.text = toUtf8(result.GetAsText());
+    if (large) {
+        texts = fmx::DataVect();
+    }
     return answer;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -69,9 +70,7 @@ class Plugin : public fmx::FunctionRegistry {
     Answer evaluate(std::string_view function, const std::vector<std::string_view>& parameters,
                     bool checkCount = false);
     // QUIL_External(name; parameter).
-    Answer external(std::string_view name, std::string_view parameter) {
-        return evaluate("QUIL_External", {name, parameter});
-    }
+    Answer external(std::string_view name, std::string_view parameter);
 
     fmx::errcode registerFunction(const fmx::QuadChar& pluginId, short funcId, const fmx::Text& name,
                                   const fmx::Text& prototype, short minParams, short maxParams, std::uint32_t flags,
@@ -79,6 +78,8 @@ class Plugin : public fmx::FunctionRegistry {
     fmx::errcode unregisterFunction(const fmx::QuadChar& pluginId, short funcId) override;
 
   private:
+    const RegisteredFunction& functionNamed(std::string_view name) const;
+    Answer run(const RegisteredFunction& function, std::span<const std::string_view> parameters);
     std::intptr_t call(std::uint8_t selector, std::uint8_t parameter1 = 0, std::uint32_t parameter3 = 0,
                        std::intptr_t result = 0);
 
@@ -89,6 +90,9 @@ class Plugin : public fmx::FunctionRegistry {
     fmx::CallRecord record_;
     bool initialized_ = false;
     std::vector<RegisteredFunction> functions_;
+    fmx::DataVect texts_;       // the last call's parameters, kept so that the next call finds their memory
+    std::size_t external_ = 0;  // where QUIL_External was found
+    bool textsInUse_ = false;   // a call made inside another brings its own
     fmx::FunctionRegistry* previousRegistry_ = nullptr;
 };
 

@@ -1,0 +1,117 @@
+// The plug-in on a machine of its own, as a filter uses it: alerts are kept as texts instead of shown, and the plug-in
+// sees no folder of the user's but one that goes with the session. Also the lists of IDs that filters read.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/commands.h"
+#include "host/plugin.h"
+#include "platform/scripted/scripted_machine.h"
+
+namespace host {
+
+class PrivateSession {
+  public:
+    // Throws HostError when the plug-in cannot be started. `withFolder`: makes the temporary folder.
+    PrivateSession(const Context& context, bool withFolder);
+    ~PrivateSession();
+    PrivateSession(const PrivateSession&) = delete;
+    PrivateSession& operator=(const PrivateSession&) = delete;
+
+    // The temporary folder, which is the volume "Work" and the application's own folder.
+    const std::string& folder() const { return folder_.path; }
+
+    // QUIL_External(name; parameter).
+    std::string call(std::string_view name, std::string_view parameter);
+    // The same for a function that shows an alert when it fails: throws HostError with the alert's text.
+    std::string callChecked(std::string_view name, std::string_view parameter);
+    // The texts of the alerts since the last call of this, as one line; empty when there were none.
+    std::string alerts();
+
+  private:
+    struct Folder {
+        explicit Folder(bool wanted);
+        ~Folder();
+        Folder(const Folder&) = delete;
+        Folder& operator=(const Folder&) = delete;
+        std::string path;
+    };
+
+    Folder folder_;
+    std::unique_ptr<platform::Files> files_;
+    std::unique_ptr<platform::Resources> resources_;
+    platform::ScriptedMachine machine_;
+    struct Installed {
+        explicit Installed(platform::Machine& machine) : previous(platform::installMachine(&machine)) {}
+        ~Installed() { platform::installMachine(previous); }
+        Installed(const Installed&) = delete;
+        Installed& operator=(const Installed&) = delete;
+        platform::Machine* previous;
+    } installed_;
+    Plugin plugin_;
+};
+
+// A list of IDs: one a line, lines ended by LF, CR or CR LF, empty lines left out.
+struct IDList {
+    std::string name;     // for messages
+    std::string content;  // the file's bytes
+    std::size_t count = 0;
+
+    // Calls `each` with every ID in turn and the number of its line, from 1.
+    template <class Each>
+    void forEach(Each each) const;
+};
+
+// Reads a file whole; "-" is standard input. Throws HostError that names it.
+std::string readInput(const std::string& path);
+// Reads a list. Throws HostError that names file and line for an ID of more than `longest` bytes, with a NUL or not in
+// UTF-8.
+IDList readIDs(const std::string& path, std::size_t longest);
+
+// One line on standard error, only when that is a terminal and the work is long; gone at the end.
+class ProgressLine {
+  public:
+    explicit ProgressLine(std::string what);
+    ~ProgressLine();
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+    // To be called often: looks at the clock only now and then.
+    void show(std::size_t done, std::size_t total) {
+        if (terminal_ && (done & 0xFFF) == 0) {
+            draw(done, total);
+        }
+    }
+
+  private:
+    void draw(std::size_t done, std::size_t total);
+
+    std::string what_;
+    bool terminal_;
+    bool drawn_ = false;
+    double start_;
+    double last_;
+};
+
+template <class Each>
+void IDList::forEach(Each each) const {
+    const std::string_view text(content);
+    std::size_t line = 1;
+    for (std::size_t at = 0; at < text.size(); ++line) {
+        std::size_t end = text.find('\n', at);
+        std::size_t next = end == std::string_view::npos ? text.size() : end + 1;
+        end = end == std::string_view::npos ? text.size() : end;
+        if (const std::size_t cr = text.substr(at, end - at).find('\r'); cr != std::string_view::npos) {
+            end = at + cr;
+            next = end + 1 < text.size() && text[end + 1] == '\n' ? end + 2 : end + 1;
+        }
+        if (end != at) {
+            each(text.substr(at, end - at), line);
+        }
+        at = next;
+    }
+}
+
+}  // namespace host
