@@ -200,7 +200,7 @@ TEST_F(RpcTest, sets_every_part_of_the_machine) {
         "faults": [{"operation": "delete", "status": -47, "times": 3, "after": 2},
                    {"operation": "read", "status": 1}]})"));
     platform::ScriptedMachine& machine = session.machine();
-    const platform::MachineScript& state = machine.state();
+    const platform::ScriptedState& state = machine.state();
     EXPECT_EQ(state.ticks, 4294967295U);
     EXPECT_EQ(state.seconds, -1);
     EXPECT_EQ(machine.input().mouse(), (platform::Point{-10, 20}));

@@ -2,14 +2,12 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
-#include <poll.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -20,33 +18,30 @@ namespace support {
 
 namespace {
 
-struct Pipe {
-    std::array<int, 2> ends{-1, -1};
-    Pipe() {
-        if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-            throw std::system_error(errno, std::generic_category(), "pipe2");
-        }
+// An unnamed file for a standard stream.
+int streamFile(const std::string& text = {}) {
+    const int fd = ::memfd_create("stream", MFD_CLOEXEC);
+    if (fd < 0 || ::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+        ::lseek(fd, 0, SEEK_SET) != 0) {
+        throw std::system_error(errno, std::generic_category(), "memfd_create");
     }
-    ~Pipe() {
-        close(0);
-        close(1);
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    void close(std::size_t end) {
-        if (ends[end] >= 0) {
-            ::close(ends[end]);
-            ends[end] = -1;
-        }
-    }
-};
+    return fd;
+}
 
-[[noreturn]] void runChild(char* const* arguments, const RunOptions& options, const Pipe& in, const Pipe& out,
-                           const Pipe& errors) {
-    const int output = options.outputFile ? ::open(options.outputFile->c_str(), O_WRONLY | O_CLOEXEC) : out.ends[1];
-    ::dup2(in.ends[0], STDIN_FILENO);
-    ::dup2(output, STDOUT_FILENO);
-    ::dup2(errors.ends[1], STDERR_FILENO);
+// Its content; closes it.
+std::string takeText(int fd) {
+    std::string text = readFile("/proc/self/fd/" + std::to_string(fd));
+    ::close(fd);
+    return text;
+}
+
+[[noreturn]] void runChild(char* const* arguments, const RunOptions& options, const int (&streams)[3]) {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        ::dup2(streams[stream], stream);
+    }
+    if (options.outputFile) {
+        ::dup2(::open(options.outputFile->c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    }
     ::unsetenv("QUIL_PLUGIN");
     ::unsetenv("QUIL_VOLUMES");
     for (const auto& [name, value] : options.environment) {
@@ -56,45 +51,10 @@ struct Pipe {
         ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
         ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
     }
-    std::signal(SIGPIPE, SIG_DFL);
     if (options.folder.empty() || ::chdir(options.folder.c_str()) == 0) {
         ::execvp(arguments[0], arguments);
     }
     ::_exit(127);
-}
-
-// Feeds the program and collects what it writes until it has closed both outputs.
-void converse(const std::string& text, Pipe& in, Pipe& out, Pipe& errors, Outcome& outcome) {
-    std::size_t written = 0;
-    std::array<pollfd, 3> places{{{in.ends[1], POLLOUT, 0}, {out.ends[0], POLLIN, 0}, {errors.ends[0], POLLIN, 0}}};
-    if (text.empty()) {
-        in.close(1);
-        places[0].fd = -1;
-    }
-    while (places[1].fd >= 0 || places[2].fd >= 0) {
-        if (::poll(places.data(), places.size(), -1) < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), "poll");
-        }
-        if (places[0].fd >= 0 && places[0].revents != 0) {
-            const ssize_t count = ::write(in.ends[1], text.data() + written, text.size() - written);
-            written += count > 0 ? static_cast<std::size_t>(count) : 0;
-            if (written == text.size() || (count < 0 && errno != EINTR && errno != EAGAIN)) {
-                in.close(1);
-                places[0].fd = -1;
-            }
-        }
-        for (const std::size_t i : {1U, 2U}) {
-            if (places[i].fd >= 0 && places[i].revents != 0) {
-                std::array<char, 65536> buffer;
-                const ssize_t count = ::read(places[i].fd, buffer.data(), buffer.size());
-                if (count > 0) {
-                    (i == 1 ? outcome.output : outcome.errors).append(buffer.data(), static_cast<std::size_t>(count));
-                } else if (count == 0 || errno != EINTR) {
-                    places[i].fd = -1;
-                }
-            }
-        }
-    }
 }
 
 }  // namespace
@@ -105,30 +65,19 @@ Outcome run(const std::vector<std::string>& command, const RunOptions& options) 
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }
     arguments.push_back(nullptr);
-    Pipe in;
-    Pipe out;
-    Pipe errors;
-    const auto previous = std::signal(SIGPIPE, SIG_IGN);
+    const int streams[] = {streamFile(options.input), streamFile(), streamFile()};
     const pid_t child = ::fork();
-    if (child < 0) {
-        throw std::system_error(errno, std::generic_category(), "fork");
-    }
     if (child == 0) {
-        runChild(arguments.data(), options, in, out, errors);
+        runChild(arguments.data(), options, streams);
     }
-    in.close(0);
-    out.close(1);
-    errors.close(1);
-    ::fcntl(in.ends[1], F_SETFL, O_NONBLOCK);
-    Outcome outcome;
-    converse(options.input, in, out, errors, outcome);
-    in.close(1);
     int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    while (::waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), command.front());
+        }
     }
-    std::signal(SIGPIPE, previous);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    return outcome;
+    ::close(streams[0]);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), takeText(streams[1]), takeText(streams[2])};
 }
 
 Outcome quil(std::vector<std::string> arguments, const RunOptions& options) {
