@@ -291,10 +291,10 @@ TEST_F(Sets, SurviveEveryFailingAllocation) {
         for (long nth = 5;; ++nth) {  // the first four make the handles of the call
             ASSERT_LT(nth, 50);
             makeBooleanSets({a, b});
-            const bool failed = [&] {
+            const bool failed = [&, text = operators] {  // clang 14 does not capture the binding itself
                 support::FailingAllocator memory;
                 memory.failCall(nth);
-                script(quil::VSTA_MakeFoundSetFromBooleanSets, operators);
+                script(quil::VSTA_MakeFoundSetFromBooleanSets, text);
                 return memory.failed();
             }();
             for (const FoundSet& set : gBooleanSet) {
