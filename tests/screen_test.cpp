@@ -422,7 +422,7 @@ TEST(AtomicFile, AFullDiskOrWantOfPermissionLeavesTheOldFile) {
     support::writeFile(file, "old");
     // The largest file that the shell's children may write is one block.
     std::string command =
-        "ulimit -f 1 && exec " QUIL_BINARY_DIR "/quil screen '" + kChlorine + "' --svg '" + file + "' | cat";
+        "ulimit -f 1 && exec '" QUIL_BINARY_DIR "/quil' screen '" + kChlorine + "' --svg '" + file + "' | cat";
     Outcome full = support::run({"bash", "-o", "pipefail", "-c", command});
     EXPECT_TRUE(contains(full.errors, file + ": cannot be written: File too large")) << full.errors;
     EXPECT_EQ(full.output, "") << "a report although the picture failed";

@@ -28,7 +28,10 @@ class ScriptedMachineTest : public support::MachineFixture {
     Status launch(std::string_view path, ProcessSerialNumber& process) {
         return machine().processes().launch(specOf(path), 0, process);
     }
-    Status send(OSType target, OSType eventClass = "QUIL"_4, OSType id = "AEVT"_4) {
+    // Named, because clang 14 takes no immediate function in a default argument.
+    static constexpr OSType kClass = "QUIL"_4;
+    static constexpr OSType kEvent = "AEVT"_4;
+    Status send(OSType target, OSType eventClass = kClass, OSType id = kEvent) {
         return machine().events().send(event(target, eventClass, id));
     }
     static Event event(OSType target, OSType eventClass, OSType id) {
