@@ -86,11 +86,11 @@ fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx:
         } else {
             SetResultsHandle(resultHandle, "Function name does not match a supported function.");
         }
-        // Want of memory here ends the call at once and leaves the three handles behind, deliberately.
-        if (const std::int32_t error = EnsureHandleIsNullTerminated(resultHandle); error != 0) {
-            return static_cast<fmx::errcode>(error);
-        }
-        if (GetFHandleSize(resultHandle) != 0) {
+        if (resultHandle == nullptr || GetFHandleSize(resultHandle) != 0) {  // no text needs no terminator
+            // Want of memory here ends the call at once and leaves the three handles behind, deliberately.
+            if (const std::int32_t error = EnsureHandleIsNullTerminated(resultHandle); error != 0) {
+                return static_cast<fmx::errcode>(error);
+            }
             resultText->Assign(*resultHandle, my_IsUtf8(*resultHandle) ? Encoding::utf8 : Encoding::macRoman);
         }
         DisposeAndClearFHandle(&nameHandle);
@@ -148,11 +148,14 @@ static void copyParameter(char** handle, const fmx::Text& text, unsigned long by
         return;
     }
     const unsigned long size = bytesPerUnit * units + 1;
+    const bool fresh = GetFHandleSize(handle) == 0;
     SetFHandleSize(handle, size);
     if (static_cast<unsigned long>(GetFHandleSize(handle)) != size) {
         return;
     }
-    std::memset(*handle, 0, size);
+    if (!fresh) {  // what is grown from nothing is zeros already
+        std::memset(*handle, 0, size);
+    }
     fmx::_fmxcpt::Check(text.GetBytes(*handle, static_cast<std::uint32_t>(size), 0, units, encoding));
 }
 

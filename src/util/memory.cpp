@@ -14,6 +14,7 @@ static void* heapAllocateZeroed(std::size_t bytes) {
         return std::calloc(bytes, 1);
     }
     void* block = std::malloc(bytes);
+    asm volatile("" : "+r"(block));  // else the compiler makes a calloc of the two
     return block == nullptr ? nullptr : std::memset(block, 0, bytes);
 }
 static void heapRelease(void* block) {

@@ -4,6 +4,7 @@
 
 #include "platform/bundle.h"
 #include "platform/linux/linux_managers.h"
+#include "platform/linux/terminal_windows.h"
 #include "platform/memory_windows.h"
 
 namespace platform {
@@ -34,7 +35,7 @@ class LinuxMachine : public Machine {
     std::unique_ptr<Events> events_;
     std::unique_ptr<Processes> processes_;
     std::unique_ptr<Dialogs> dialogs_;
-    MemoryWindows windows_;
+    TerminalWindows windows_{STDERR_FILENO};
     MemoryMenus menus_;
     std::unique_ptr<Input> input_;
     std::unique_ptr<Resources> resources_;
