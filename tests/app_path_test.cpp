@@ -44,15 +44,6 @@ TEST_F(AppPath, ThePathIsAskedOfTheMachineOnceButAFailureIsNotRemembered) {
     EXPECT_FALSE(failing.files().hasFailed());
 }
 
-TEST_F(AppPath, WithoutAPathNameAndFolderAreEmpty) {
-    for (int call = 1; call <= 2; ++call) {
-        support::FailingMachine failing(machine(), {1});
-        MachineScope scope(failing);
-        EXPECT_STREQ(call == 1 ? quil::GetAppName(text) : quil::GetAppFolderPathWithDelimiter(text), "");
-        quil::ResetAppPath();
-    }
-}
-
 TEST_F(AppPath, TheSignatureIsZeroWhenTheProcessIsNotToBeHad) {
     struct NoProcesses : platform::Processes {
         platform::Status currentStatus = platform::procNotFound;
@@ -83,7 +74,6 @@ TEST(PackagePath, IsCutBeforeItsDotApp) {
          {std::pair{"Disk:Applications:Host.app:Contents:MacOS:Host", "Disk:Applications:Host"},
           {"Disk:A.APP:B.app:C", "Disk:A"},
           {"Disk:Host.application:x", "Disk:Host.application:x"},
-          {"Disk:Host.app", "Disk:Host.app"},
           {".aPp:", ""},
           {"", ""}}) {
         char text[64];

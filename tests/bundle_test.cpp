@@ -16,10 +16,7 @@ using std::literals::string_literals::operator""s;
 namespace {
 
 TEST(StringsFiles, EntriesEscapesAndCommentsAreRead) {
-    const struct {
-        string text;
-        StringsTable table;
-    } cases[] = {
+    const std::pair<string, StringsTable> cases[] = {
         {"", {}},
         {"\xEF\xBB\xBF/* a */ // b \"x\" = \"y\";\r\n", {}},
         {"\"a\" = \"b\";", {{"a", u"b"}}},
@@ -29,28 +26,25 @@ TEST(StringsFiles, EntriesEscapesAndCommentsAreRead) {
         {"\"\" = \"\xF0\x9F\x98\x80 two\nlines\";", {{"", u"\U0001F600 two\nlines"}}},
         {"\"a\" = \"1\"; \"a\" = \"2\";", {{"a", u"2"}}},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.text);
+    for (const auto& [text, expected] : cases) {
         StringsTable table{{"left", u"over"}};
-        EXPECT_EQ(parseStrings(each.text, table), "");
-        EXPECT_EQ(table, each.table);
+        EXPECT_EQ(parseStrings(text, table), "");
+        EXPECT_EQ(table, expected) << text;
     }
 }
 
 TEST(StringsFiles, DamageIsToldWithItsLineAndLeavesNothing) {
-    const struct {
-        string text;
-        string message;
-    } cases[] = {
+    const string escape = R"(line 1: unknown escape; there are \" \\ \n \r \t and \Uxxxx)";
+    const std::pair<string, string> cases[] = {
         {"\"a\" = \"b\"", "line 1: expected ';'"},
         {"\"a\" = \"b\";\r\n\r\n\"c\"", "line 3: expected '='"},
         {"\"a\" = \"b\";\r\"c\" = d;", "line 2: expected a value in quotes"},
         {"a = \"b\";", "line 1: expected a key in quotes"},
         {"\n\"a\" = \"b;\n\n", "line 2: a text is not closed"},
         {"\"a\" = \"b\";\n/* x\n", "line 2: a comment is not closed"},
-        {"\"a\" = \"b\\", "line 1: unknown escape; there are \\\" \\\\ \\n \\r \\t and \\Uxxxx"},
-        {"\"a\" = \"\\x\";", "line 1: unknown escape; there are \\\" \\\\ \\n \\r \\t and \\Uxxxx"},
-        {"\"a\" = \"\\U12G4\";", "line 1: unknown escape; there are \\\" \\\\ \\n \\r \\t and \\Uxxxx"},
+        {"\"a\" = \"b\\", escape},
+        {"\"a\" = \"\\x\";", escape},
+        {"\"a\" = \"\\U12G4\";", escape},
         {"\"a\" = \"\\UDE00\";", "line 1: half of a surrogate pair"},
         {"\"a\\UD83D\" = \"\";", "line 1: half of a surrogate pair"},
         {"\"a\" = \"\xC0\x80\";", "line 1: not UTF-8"},
@@ -59,9 +53,8 @@ TEST(StringsFiles, DamageIsToldWithItsLineAndLeavesNothing) {
         {string((4 << 20) + 1, ' '), "line 1: larger than 4 MiB"},
     };
     for (const auto& each : cases) {
-        SCOPED_TRACE(each.text.substr(0, 40));
         StringsTable table{{"left", u"over"}};
-        EXPECT_EQ(parseStrings(each.text, table), each.message);
+        EXPECT_EQ(parseStrings(each.first, table), each.second) << each.first.substr(0, 40);
         EXPECT_TRUE(table.empty());
     }
     StringsTable table;
@@ -137,10 +130,8 @@ TEST_F(BundleTest, StringListsVersionsAndDialogsComeFromTheBundleInUse) {
     EXPECT_EQ(resources->indexedString(-1, 1), "caf\xC3\xA9");
     EXPECT_EQ(resources->indexedString(144, 4), "");
     ASSERT_EQ(resources->version(1, version), noErr);
-    EXPECT_EQ(version.numeric[0], 0x12);
-    EXPECT_EQ(version.numeric[1], 0x34);
-    EXPECT_EQ(version.numeric[2], 0x60);
-    EXPECT_EQ(version.numeric[3], 5);
+    const int numeric[] = {0x12, 0x34, 0x60, 5};
+    EXPECT_TRUE(std::equal(std::begin(numeric), std::end(numeric), version.numeric));
     EXPECT_EQ(version.region, 2);
     EXPECT_EQ(version.shortVersion, "12.3.4b5");
     EXPECT_EQ(version.longVersion, "QUIL");

@@ -373,8 +373,8 @@ TEST_F(Handlers, ReportWantOfMemory) {
     const std::string text = parameter('O', 'D', 100, 4, 0.01, "KM");
     SetHandleContentsAndIncludeTerminator(parameter_, text.c_str());
     support::FailingAllocator memory;
-    memory.failFrom(1);
     for (const auto handler : {VSTACalculatePlumeDistance, VSTAGetPlumePoints}) {
+        memory.failCall(1);
         EXPECT_EQ(call(handler, text, -108), "");
         EXPECT_EQ(takeMessages(),
                   std::vector<std::string>{"An error occurred in the plug-in function QUIL_External.\r\r"

@@ -30,20 +30,16 @@ TEST(ToolboxText, ConvertsInPlaceBetweenTerminatedAndLengthPrefixed) {
 }
 
 TEST(ToolboxText, NumbersGoBothWays) {
-    struct Row {
-        const char* text;
-        long number;
-    };
-    for (const Row& row :
-         {Row{"0", 0}, Row{"12", 12}, Row{"-7", -7}, Row{"+7", 7}, Row{"", 0}, Row{"-", 0}, Row{"12ab", 12},
-          Row{" 1", 0}, Row{"2147483647", 2147483647}, Row{"4294967297", 1}, Row{"-2147483648", -2147483648L}}) {
+    const std::pair<const char*, long> rows[] = {{nullptr, 0},      {"12", 12},
+                                                 {"-7", -7},        {"+7", 7},
+                                                 {"-", 0},          {"12ab", 12},
+                                                 {" 1", 0},         {"2147483647", 2147483647},
+                                                 {"4294967297", 1}, {"-2147483648", -2147483648L}};
+    for (const auto& [digits, expected] : rows) {
         long number = 99;
-        quil::my_stringtonum(row.text, &number);
-        EXPECT_EQ(number, row.number) << row.text;
+        quil::my_stringtonum(digits, &number);
+        EXPECT_EQ(number, expected);
     }
-    long number = 99;
-    quil::my_stringtonum(nullptr, &number);
-    EXPECT_EQ(number, 0);
     for (const auto& [value, expected] :
          {std::pair{0L, "0"}, {-43L, "-43"}, {2147483647L, "2147483647"}, {-2147483648L, "-2147483648"}}) {
         char text[12];

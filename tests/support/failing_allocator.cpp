@@ -1,6 +1,5 @@
 #include "support/failing_allocator.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 #include <unordered_map>
@@ -14,18 +13,15 @@ namespace {
 struct State {
     bool standing = false;
     long failAt = 0;
-    bool failOn = false;
     bool failed = false;
     long calls = 0;
-    std::size_t largest = 0;
     std::unordered_map<void*, std::size_t> live;
 };
 State sState;
 
 void* allocateZeroed(std::size_t bytes) {
     ++sState.calls;
-    sState.largest = std::max(sState.largest, bytes);
-    if (sState.failAt != 0 && (sState.calls == sState.failAt || (sState.failOn && sState.calls > sState.failAt))) {
+    if (sState.calls == sState.failAt) {
         sState.failed = true;
         return nullptr;
     }
@@ -44,13 +40,6 @@ void release(void* block) {
 
 constexpr quil::Allocator kAllocator = {allocateZeroed, release};
 
-void arm(long n, bool on) {
-    sState.failAt = n;
-    sState.failOn = on;
-    sState.failed = false;
-    sState.calls = 0;
-}
-
 }  // namespace
 
 FailingAllocator::FailingAllocator() {
@@ -68,22 +57,15 @@ FailingAllocator::~FailingAllocator() {
 }
 
 void FailingAllocator::failCall(long n) {
-    arm(n, false);
-}
-void FailingAllocator::failFrom(long n) {
-    arm(n, true);
+    sState.failAt = n;
+    sState.failed = false;
+    sState.calls = 0;
 }
 bool FailingAllocator::failed() const {
     return sState.failed;
 }
-long FailingAllocator::calls() const {
-    return sState.calls;
-}
 std::size_t FailingAllocator::liveBlocks() const {
     return sState.live.size();
-}
-std::size_t FailingAllocator::largestBlock() const {
-    return sState.largest;
 }
 
 std::size_t FailingAllocator::liveBytes() const {
@@ -92,13 +74,6 @@ std::size_t FailingAllocator::liveBytes() const {
         bytes += size;
     }
     return bytes;
-}
-
-void FailingAllocator::releaseLiveBlocks() {
-    for (const auto& [block, size] : sState.live) {
-        std::free(block);
-    }
-    sState.live.clear();
 }
 
 }  // namespace support

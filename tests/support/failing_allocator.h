@@ -19,14 +19,9 @@ class FailingAllocator {
     FailingAllocator& operator=(const FailingAllocator&) = delete;
 
     void failCall(long n);           // the nth allocation from here fails, n from 1; 0: none
-    void failFrom(long n);           // the nth and all that follow
-    bool failed() const;             // whether one has failed since failCall or failFrom
-    long calls() const;              // allocations asked for since failCall, failFrom or the start
+    bool failed() const;             // whether one has failed since failCall
     std::size_t liveBlocks() const;  // allocated while this stands and not released
     std::size_t liveBytes() const;
-    std::size_t largestBlock() const;  // the most bytes ever asked for at once
-    // Frees what still lives, after a fault in whose course a leak is the documented outcome.
-    void releaseLiveBlocks();
 };
 
 }  // namespace support

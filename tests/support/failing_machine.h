@@ -8,6 +8,9 @@
 
 namespace support {
 
+using platform::CatalogItem, platform::FileRef, platform::FInfo, platform::ForkPermission, platform::FSSpec;
+using platform::OSType, platform::PosixMode, platform::Status;
+
 // Hands everything on; a test overrides the manager that it wants its own.
 class WrappingMachine : public platform::Machine {
   public:
@@ -42,34 +45,96 @@ class FailingFiles : public platform::Files {
     const std::string& failedCall() const { return failed_; }  // name of the call that failed
     int openReferences() const { return open_; }
 
-    platform::Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path,
-                              platform::FSSpec& spec) override;
-    platform::Status openDataFork(const platform::FSSpec& spec, platform::ForkPermission permission,
-                                  platform::FileRef& ref) override;
-    platform::Status openPosix(std::string_view posixPath, platform::PosixMode mode, platform::FileRef& ref) override;
-    platform::Status replaceDataFork(const platform::FSSpec& spec, platform::OSType creator, platform::OSType type,
-                                     platform::FileRef& ref) override;
-    platform::Status getEOF(platform::FileRef ref, std::int64_t& size) override;
-    platform::Status setPosition(platform::FileRef ref, std::int64_t fromStart) override;
-    platform::Status setPositionAtEnd(platform::FileRef ref) override;
-    platform::Status read(platform::FileRef ref, std::span<char> buffer, std::size_t& count) override;
-    platform::Status write(platform::FileRef ref, std::span<const char> bytes, std::size_t& count) override;
-    platform::Status close(platform::FileRef ref) override;
-    platform::Status discard(platform::FileRef ref) override;
-    platform::Status create(const platform::FSSpec& spec, platform::OSType creator, platform::OSType type) override;
-    platform::Status remove(const platform::FSSpec& spec) override;
-    platform::Status getFinderInfo(const platform::FSSpec& spec, platform::FInfo& info) override;
-    platform::Status setFinderInfo(const platform::FSSpec& spec, const platform::FInfo& info) override;
-    platform::Status setLock(const platform::FSSpec& spec, bool locked) override;
-    platform::Status catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::int32_t index,
-                                 platform::CatalogItem& item) override;
-    platform::Status defaultFolder(std::int16_t& vRefNum, std::int32_t& dirID) override;
-    platform::Status findFolder(platform::OSType type, std::int16_t& vRefNum, std::int32_t& dirID) override;
-    platform::Status posixPath(const platform::FSSpec& spec, std::string& path) override;
+    Status makeSpec(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, FSSpec& spec) override {
+        return tried("makeSpec", [&] { return inner_.makeSpec(vRefNum, dirID, path, spec); });
+    }
+    Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) override {
+        return opened(tried("openDataFork", [&] { return inner_.openDataFork(spec, permission, ref); }));
+    }
+    Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) override {
+        return opened(tried("openPosix", [&] { return inner_.openPosix(posixPath, mode, ref); }));
+    }
+    Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override {
+        return opened(tried("replaceDataFork", [&] { return inner_.replaceDataFork(spec, creator, type, ref); }));
+    }
+    Status getEOF(FileRef ref, std::int64_t& size) override {
+        return tried("getEOF", [&] { return inner_.getEOF(ref, size); });
+    }
+    Status setPosition(FileRef ref, std::int64_t fromStart) override {
+        return tried("setPosition", [&] { return inner_.setPosition(ref, fromStart); });
+    }
+    Status setPositionAtEnd(FileRef ref) override {
+        return tried("setPositionAtEnd", [&] { return inner_.setPositionAtEnd(ref); });
+    }
+    Status read(FileRef ref, std::span<char> buffer, std::size_t& count) override {
+        const bool failing = fails("read");
+        count = 0;
+        return failing && !fault_.shortTransfer
+                   ? fault_.status
+                   : inner_.read(ref, failing ? buffer.first(buffer.size() / 2) : buffer, count);
+    }
+    Status write(FileRef ref, std::span<const char> bytes, std::size_t& count) override {
+        const bool failing = fails("write");
+        count = 0;
+        return failing && !fault_.shortTransfer
+                   ? fault_.status
+                   : inner_.write(ref, failing ? bytes.first(bytes.size() / 2) : bytes, count);
+    }
+    Status close(FileRef ref) override {
+        // A close that fails has closed the file all the same, and put nothing in its place.
+        const bool failing = fails("close");
+        const Status status = closed(failing ? inner_.discard(ref) : inner_.close(ref));
+        return failing ? fault_.status : status;
+    }
+    Status discard(FileRef ref) override { return closed(inner_.discard(ref)); }
+    Status create(const FSSpec& spec, OSType creator, OSType type) override {
+        return tried("create", [&] { return inner_.create(spec, creator, type); });
+    }
+    Status remove(const FSSpec& spec) override {
+        return tried("remove", [&] { return inner_.remove(spec); });
+    }
+    Status getFinderInfo(const FSSpec& spec, FInfo& info) override {
+        return tried("getFinderInfo", [&] { return inner_.getFinderInfo(spec, info); });
+    }
+    Status setFinderInfo(const FSSpec& spec, const FInfo& info) override {
+        return tried("setFinderInfo", [&] { return inner_.setFinderInfo(spec, info); });
+    }
+    Status setLock(const FSSpec& spec, bool locked) override {
+        return tried("setLock", [&] { return inner_.setLock(spec, locked); });
+    }
+    Status catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::int32_t index, CatalogItem& item) override {
+        return tried("catalogItem", [&] { return inner_.catalogItem(vRefNum, dirID, index, item); });
+    }
+    Status defaultFolder(std::int16_t& vRefNum, std::int32_t& dirID) override {
+        return tried("defaultFolder", [&] { return inner_.defaultFolder(vRefNum, dirID); });
+    }
+    Status findFolder(OSType type, std::int16_t& vRefNum, std::int32_t& dirID) override {
+        return tried("findFolder", [&] { return inner_.findFolder(type, vRefNum, dirID); });
+    }
+    Status posixPath(const FSSpec& spec, std::string& path) override {
+        return tried("posixPath", [&] { return inner_.posixPath(spec, path); });
+    }
 
   private:
-    bool fails(const char* call);
-    platform::Status opened(platform::Status status);
+    bool fails(const char* call) {
+        if (++calls_ != fault_.call) {
+            return false;
+        }
+        failed_ = call;
+        return true;
+    }
+    template <typename Call>
+    Status tried(const char* name, Call call) {
+        return fails(name) ? fault_.status : call();
+    }
+    Status opened(Status status) {
+        open_ += status == platform::noErr ? 1 : 0;
+        return status;
+    }
+    Status closed(Status status) {
+        open_ -= status == platform::noErr ? 1 : 0;
+        return status;
+    }
 
     platform::Files& inner_;
     FileFault fault_;
