@@ -64,9 +64,9 @@ class RpcTest : public testing::Test {
         EXPECT_EQ(::pipe2(in, O_DIRECT), 0);
         std::thread writer([&pieces, fd = in[1]] {
             for (std::string_view piece : pieces) {
-                for (ssize_t count = 0; !piece.empty() && count >= 0;
-                     piece.remove_prefix(std::max<ssize_t>(count, 0))) {
-                    count = ::write(fd, piece.data(), piece.size());
+                ssize_t count = 0;
+                while (!piece.empty() && (count = ::write(fd, piece.data(), piece.size())) >= 0) {
+                    piece.remove_prefix(static_cast<std::size_t>(count));
                 }
             }
             ::close(fd);
@@ -260,12 +260,7 @@ TEST_F(RpcTest, answers_bad_requests_with_the_standard_codes) {
     result("initialize");
     const std::string deep(60'000, '[');
     const std::string deepEnd(60'000, ']');
-    struct Group {
-        int code;
-        json id;
-        std::vector<std::string> lines;
-    };
-    const Group groups[] = {
+    const std::tuple<int, json, std::vector<std::string>> groups[] = {
         {-32700,
          nullptr,
          {"{", R"({"jsonrpc":"2.0","id":1,"method":"idle"} x)", "\"\xED\xA0\x80\"", R"("\ud800")", "\"a\nb\"",
@@ -290,14 +285,14 @@ TEST_F(RpcTest, answers_bad_requests_with_the_standard_codes) {
           requestText("deliver", {{"class", "QUILT"}, {"id", "A"}}),
           requestText("deliver", eventWith(R"([{"key": "MSSG"}])")),
           requestText("deliver", eventWith(R"([{"key": "A", "text": "a", "bytes": ""}])"))}}};
-    for (const Group& group : groups) {
-        for (const std::string& line : group.lines) {
+    for (const auto& [code, id, lines] : groups) {
+        for (const std::string& line : lines) {
             const json whole = answer(line);
             ASSERT_TRUE(whole.is_object() && whole.contains("error")) << line.substr(0, 120);
             EXPECT_EQ(whole["jsonrpc"], "2.0");
-            EXPECT_EQ(whole["error"]["code"], group.code) << line.substr(0, 120);
+            EXPECT_EQ(whole["error"]["code"], code) << line.substr(0, 120);
             EXPECT_NE(whole["error"]["message"], "") << line.substr(0, 120);
-            EXPECT_EQ(whole["id"], group.id) << line.substr(0, 120);
+            EXPECT_EQ(whole["id"], id) << line.substr(0, 120);
         }
     }
     EXPECT_EQ(call("VSTACalculatePlumeDistance", kScenario)["text"], "1.9") << "the session goes on";

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <utility>
 
 #include "support/machine_fixture.h"
 
