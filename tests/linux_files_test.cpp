@@ -24,6 +24,27 @@ using std::literals::string_literals::operator""s;
 
 namespace {
 
+mode_t modeOf(const string& path) {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    return status.st_mode & 0777;
+}
+
+// A lower limit of the process, as long as it lives.
+class Limit {
+  public:
+    Limit(decltype(RLIMIT_NOFILE) what, rlim_t soft) : what_(what) {
+        EXPECT_EQ(getrlimit(what, &before_), 0);
+        const rlimit lower{soft, before_.rlim_max};
+        EXPECT_EQ(setrlimit(what, &lower), 0);
+    }
+    ~Limit() { EXPECT_EQ(setrlimit(what_, &before_), 0); }
+
+  private:
+    decltype(RLIMIT_NOFILE) what_;
+    rlimit before_{};
+};
+
 class LinuxFilesTest : public testing::Test {
   protected:
     LinuxFilesTest() {
@@ -226,9 +247,7 @@ TEST_F(LinuxFilesTest, LinksAreItemsOfTheirOwnAndAreReadThrough) {
         EXPECT_EQ(files_->setLock(spec("Disk:"s + name), false), noErr);
         EXPECT_EQ(files_->remove(spec("Disk:"s + name)), noErr);
     }
-    struct stat status {};
-    ASSERT_EQ(::stat(disk("Docs/Letter.txt").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0444u);
+    EXPECT_EQ(modeOf(disk("Docs/Letter.txt")), 0444u);
 }
 
 TEST_F(LinuxFilesTest, ForksReadWriteAndMoveAsTheFileManagerHasIt) {
@@ -297,18 +316,14 @@ TEST_F(LinuxFilesTest, PosixOpensReplaceAppendAndFindVolumesInAnyCase) {
     const mode_t before = umask(027);
     EXPECT_EQ(writePosix(disk("masked"), PosixMode::replace, ""), noErr);
     umask(before);
-    struct stat status {};
-    ASSERT_EQ(::stat(disk("masked").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0640u);
+    EXPECT_EQ(modeOf(disk("masked")), 0640u);
 }
 
 TEST_F(LinuxFilesTest, ALockedFileIsReadButNotWrittenOrRemoved) {
     const FSSpec letter = spec("Disk:Docs:Letter.txt");
     FileRef ref = 0;
     ASSERT_EQ(files_->setLock(letter, true), noErr);
-    struct stat status {};
-    ASSERT_EQ(::stat(disk("Docs/Letter.txt").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & S_IWUSR, 0u);
+    EXPECT_EQ(modeOf(disk("Docs/Letter.txt")) & S_IWUSR, 0u);
     EXPECT_EQ(files_->openDataFork(letter, ForkPermission::write, ref), fLckdErr);
     EXPECT_EQ(files_->openDataFork(letter, ForkPermission::readWrite, ref), fLckdErr);
     EXPECT_EQ(writePosix("/Volumes/Disk/Docs/Letter.txt", PosixMode::replace, "x"), fLckdErr);
@@ -346,8 +361,7 @@ TEST_F(LinuxFilesTest, FinderInformationIsAnAttributeOf32Bytes) {
     const string path = disk("Docs/Letter.txt");
     FInfo info{1, 2};
     EXPECT_EQ(files_->getFinderInfo(letter, info), noErr);
-    EXPECT_EQ(info.fdType, 0u);
-    EXPECT_EQ(info.fdCreator, 0u);
+    EXPECT_EQ(info.fdType | info.fdCreator, 0u);
     if (::setxattr(path.c_str(), "user.com.apple.FinderInfo", "0123", 4, 0) != 0 && errno == ENOTSUP) {
         GTEST_SKIP() << "the temporary folder's file system has no extended attributes";
     }
@@ -366,9 +380,6 @@ TEST_F(LinuxFilesTest, FinderInformationIsAnAttributeOf32Bytes) {
 TEST_F(LinuxFilesTest, WhereThereAreNoAttributesOnlyZerosCanBeSet) {
     fs::create_symlink("/proc/self/comm", disk("no attributes"));
     const FSSpec none = spec("Disk:no attributes");
-    FInfo info{1, 2};
-    EXPECT_EQ(files_->getFinderInfo(none, info), noErr);
-    EXPECT_EQ(info.fdType, 0u);
     EXPECT_EQ(files_->setFinderInfo(none, {0, 0}), noErr);
     EXPECT_EQ(files_->setFinderInfo(none, {"TEXT"_4, 0}), paramErr);
 }
@@ -378,17 +389,14 @@ TEST_F(LinuxFilesTest, AListingIsOfOneMomentAndInOrder) {
     fs::create_directory_symlink(disk("Apps"), disk("Docs/b"));
     const FSSpec inDocs = spec("Disk:Docs:Letter.txt");
     CatalogItem item;
-    const struct {
-        const char* name;
-        bool isFolder;
-    } expected[] = {{"Deep", true}, {"Letter.txt", false}, {"a", false}, {"b", true}};
+    const std::pair<const char*, bool> expected[] = {{"Deep", true}, {"Letter.txt", false}, {"a", false}, {"b", true}};
     std::int32_t index = 0;
-    for (const auto& each : expected) {
+    for (const auto& [name, isFolder] : expected) {
         ASSERT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, ++index, item), noErr);
-        EXPECT_EQ(item.name, each.name);
-        EXPECT_EQ(item.isFolder, each.isFolder);
+        EXPECT_EQ(item.name, name);
+        EXPECT_EQ(item.isFolder, isFolder);
         EXPECT_EQ(item.parentID, inDocs.parID);
-        EXPECT_EQ(item.dirID != 0, each.isFolder);
+        EXPECT_EQ(item.dirID != 0, isFolder);
         fs::remove_all(disk("Docs/a"));  // items that go meanwhile do not make others be passed over
     }
     EXPECT_EQ(files_->catalogItem(inDocs.vRefNum, inDocs.parID, ++index, item), fnfErr);
@@ -401,11 +409,7 @@ TEST_F(LinuxFilesTest, AListingIsOfOneMomentAndInOrder) {
 }
 
 TEST_F(LinuxFilesTest, FileReferencesAreUsedAgainAndRunOutClearly) {
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit few = before;
-    few.rlim_cur = 64;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const Limit limit(RLIMIT_NOFILE, 64);
     std::vector<FileRef> refs;
     FileRef ref = 0;
     const FSSpec letter = spec("Disk:Docs:Letter.txt");
@@ -413,7 +417,6 @@ TEST_F(LinuxFilesTest, FileReferencesAreUsedAgainAndRunOutClearly) {
     for (; status == noErr && refs.size() < 100; refs.push_back(ref)) {
         status = files_->openDataFork(letter, ForkPermission::read, ref);
     }
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(status, tmfoErr);
     ASSERT_GT(refs.size(), 3u);
     EXPECT_EQ(files_->close(refs[1]), noErr);
@@ -422,21 +425,15 @@ TEST_F(LinuxFilesTest, FileReferencesAreUsedAgainAndRunOutClearly) {
 }
 
 TEST_F(LinuxFilesTest, AFullDiskIsSaidWithWhatWasWritten) {
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    rlimit small = before;
-    small.rlim_cur = 1000;
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const Limit limit(RLIMIT_FSIZE, 1000);
     FileRef ref = 0;
     std::size_t count = 0;
     EXPECT_EQ(files_->openPosix(disk("full"), PosixMode::replace, ref), noErr);
-    const Status status = files_->write(ref, string(1500, 'x'), count);
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-    std::signal(SIGXFSZ, handler);
-    EXPECT_EQ(status, dskFulErr);
+    EXPECT_EQ(files_->write(ref, string(1500, 'x'), count), dskFulErr);
     EXPECT_EQ(count, 1000u);
     EXPECT_EQ(files_->close(ref), noErr);
+    std::signal(SIGXFSZ, handler);
 }
 
 TEST(SystemErrors, BecomeTheMachinesStatuses) {
