@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fmx {
@@ -105,6 +106,13 @@ class Data {
     const Locale& GetLocale() const { return locale_; }
     NativeType GetNativeType() const { return type_; }
     errcode SetAsText(const Text& text, const Locale& locale, NativeType type = NativeType::text);
+    // Takes the text's memory over.
+    errcode SetAsText(Text&& text, const Locale& locale, NativeType type = NativeType::text) {
+        text_ = std::move(text);
+        locale_ = locale;
+        type_ = type;
+        return kNoError;
+    }
     // For the host's side: the same from UTF-8, into the memory that the text has already.
     void AssignHostText(std::string_view utf8, const Locale& locale) {
         text_.AssignBytes(utf8, Text::Encoding::utf8);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "frame/dispatch_table.h"
 #include "frame/strings.h"
@@ -98,7 +99,7 @@ fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx:
         DisposeAndClearFHandle(&resultHandle);
     }
     const fmx::LocaleAutoPtr locale(fmx::Locale::Type::system);
-    return setText(result, *resultText, *locale);
+    return result.SetAsText(std::move(*resultText), *locale);
 }
 
 fmx::errcode QUIL_Version(short /*funcId*/, const fmx::ExprEnv& /*env*/, const fmx::DataVect& /*params*/,

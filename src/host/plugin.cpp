@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <new>
+#include <numeric>
 #include <utility>
 
 #include "platform/machine.h"
@@ -123,7 +124,9 @@ bool isCutShort(const std::string& library) {
 std::string toUtf8(const fmx::Text& text) {
     const std::uint32_t units = text.GetSize();
     const std::u16string_view content = text.units();
-    if (std::all_of(content.begin(), content.end(), [](char16_t unit) { return unit < 0x80; })) {
+    const unsigned bits =
+        std::accumulate(content.begin(), content.end(), 0U, [](unsigned a, char16_t unit) { return a | unit; });
+    if (bits < 0x80) {
         std::string bytes(units, '\0');
         std::transform(content.begin(), content.end(), bytes.begin(),
                        [](char16_t unit) { return static_cast<char>(unit); });

@@ -48,7 +48,10 @@ Combination parseCombination(const std::string& expression, std::size_t fileCoun
     Combination result;
     std::size_t operators = 0;
     bool nameIsDue = true;
-    const bool named = !words.empty() && words[0] != "AND" && words[0] != "OR";
+    if (words.empty()) {
+        usage("the expression is empty; write for example \"A AND B\"");
+    }
+    const bool named = words[0] != "AND" && words[0] != "OR";
     for (const std::string& word : words) {
         const bool isOperator = word == "AND" || word == "OR";
         if (named && isOperator == nameIsDue) {
@@ -119,7 +122,9 @@ void printFoundSet(PrivateSession& session) {
         const std::size_t end = std::min(written + kIDsAtOnce, count);
         std::string block =
             session.callChecked("VSTA_GetFoundID", std::to_string(written + 1) + "|" + std::to_string(end));
-        std::replace(block.begin(), block.end(), '\r', '\n');
+        for (char& c : block) {
+            c = c == '\r' ? '\n' : c;
+        }
         block += '\n';
         writeOutput(block);
         written = end;

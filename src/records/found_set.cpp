@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <numeric>
 #include <span>
 
 #include "util/memory.h"
@@ -100,10 +101,10 @@ namespace {
 // An item in the form that sorts fast: the compared bytes in the order of their weight, made unsigned, so that three
 // 64-bit comparisons decide as CompareIDStrOnly does. Same size as an item.
 struct SortKey {
-    std::array<std::uint32_t, 6> words;  // heaviest first, as three pairs
+    std::array<std::uint32_t, 6> words;  // three pairs, the heaviest first; in a pair the heavier one second
     std::uint32_t index;                 // position in the set
 
-    std::uint64_t part(std::size_t n) const { return std::uint64_t{words[2 * n]} << 32 | words[2 * n + 1]; }
+    std::uint64_t part(std::size_t n) const { return std::uint64_t{words[2 * n + 1]} << 32 | words[2 * n]; }
     bool sameID(const SortKey& other) const { return words == other.words; }
     bool idLess(const SortKey& other) const {
         for (const std::size_t n : {0U, 1U, 2U}) {
@@ -124,21 +125,78 @@ struct SortKey {
 };
 static_assert(sizeof(SortKey) == sizeof(FoundItem));
 
+std::uint32_t loadForward(const char* bytes) {
+    const auto at = [bytes](int i) { return std::uint32_t{static_cast<unsigned char>(bytes[i])}; };
+    return at(0) << 24 | at(1) << 16 | at(2) << 8 | at(3);
+}
+
+std::uint32_t loadBackward(const char* bytes) {
+    const auto at = [bytes](int i) { return std::uint32_t{static_cast<unsigned char>(bytes[i])}; };
+    return at(3) << 24 | at(2) << 16 | at(1) << 8 | at(0);
+}
+
+// The four bytes of each number by turns, those of `first` first.
+std::uint64_t interleave(std::uint32_t first, std::uint32_t second) {
+    const auto spread = [](std::uint64_t x) {
+        x = (x | x << 16) & 0x0000FFFF0000FFFFULL;
+        return (x | x << 8) & 0x00FF00FF00FF00FFULL;
+    };
+    return spread(first) << 8 | spread(second);
+}
+
 SortKey makeKey(const FoundItem& item, std::uint32_t index) {
+    static constexpr std::uint64_t kSigns = 0x8080808080808080ULL;  // signed order as unsigned
+    static constexpr std::uint32_t kThree = 0xFFFFFF00U;            // the last three bytes of each end
+    const char* id = item.id;
     SortKey key{};
-    for (std::size_t i = 0; i < kComparedIDBytes; ++i) {
-        const std::size_t at = i % 2 == 0 ? i / 2 : kComparedIDBytes - 1 - i / 2;
-        const std::uint32_t byte = static_cast<unsigned char>(item.id[at]) ^ 0x80U;
-        key.words[i / 4] |= byte << (24 - 8 * (i % 4));
-    }
+    const auto put = [&key](std::size_t n, std::uint64_t part) {
+        key.words[2 * n] = static_cast<std::uint32_t>(part);
+        key.words[2 * n + 1] = static_cast<std::uint32_t>(part >> 32);
+    };
+    put(0, interleave(loadForward(id), loadBackward(id + 18)) ^ kSigns);
+    put(1, interleave(loadForward(id + 4), loadBackward(id + 14)) ^ kSigns);
+    put(2, interleave(loadForward(id + 8) & kThree, loadBackward(id + 10) & kThree) ^ kSigns);
     key.index = index;
     return key;
 }
 
+// In which of 2^bits parts an ID belongs: any function of the compared bytes alone.
+std::uint32_t partOf(const FoundItem& item, int bits) {
+    const auto load = [&item](std::size_t at) {
+        std::uint64_t value;
+        std::memcpy(&value, item.id + at, sizeof value);
+        return value;
+    };
+    static_assert(kComparedIDBytes == 22);
+    std::uint64_t hash = load(0) * 0x9E3779B97F4A7C15ULL + load(8) * 0xC2B2AE3D27D4EB4FULL;
+    hash = ((hash ^ hash >> 32) + load(14)) * 0x165667B19E3779F9ULL;
+    return static_cast<std::uint32_t>(hash >> 32 & ((1U << bits) - 1));
+}
+
 struct Release {
-    void operator()(SortKey* block) const { allocator().release(block); }
+    void operator()(void* block) const { allocator().release(block); }
 };
-using Keys = std::unique_ptr<SortKey[], Release>;
+template <class T>
+std::unique_ptr<T[], Release> newBlock(std::size_t count) {
+    return std::unique_ptr<T[], Release>(static_cast<T*>(allocator().allocateZeroed(count * sizeof(T))));
+}
+
+// A set's keys in parts, each sorted by ID and then by position. Equal IDs are in the same part, of whichever set, so
+// sets are compared part by part; a part is small enough to be sorted in the processor's cache.
+struct SortedKeys {
+    std::unique_ptr<SortKey[], Release> keys;
+    std::unique_ptr<std::uint32_t[], Release> ends;  // of the parts
+
+    std::span<SortKey> part(std::uint32_t n) const {
+        const std::uint32_t start = n == 0 ? 0 : ends[n - 1];
+        return {keys.get() + start, keys.get() + ends[n]};
+    }
+};
+
+// For sets of so many items: 2^bits parts of a few thousand.
+int partBits(std::uint32_t count) {
+    return static_cast<int>(std::bit_width(count >> 12));
+}
 
 // A light shuffle before each sort, so that a list that is sorted already, the usual case, is none for the sort. The
 // last item is never picked, deliberately: the modulus is count - 1.
@@ -153,40 +211,66 @@ void MixItUpSome(std::span<SortKey> keys) {
     }
 }
 
-// The set's keys, sorted by ID and then by position. Null when memory cannot be had.
-Keys sortedKeys(const FoundSet& set) {
-    Keys keys(static_cast<SortKey*>(allocator().allocateZeroed(std::size_t{set.count} * sizeof(SortKey))));
-    if (keys != nullptr) {
+// Sorts a set's keys in 2^bits parts. False when memory cannot be had.
+bool sortKeys(const FoundSet& set, int bits, SortedKeys& sorted) {
+    const std::uint32_t parts = 1U << bits;
+    sorted.keys = newBlock<SortKey>(set.count);
+    sorted.ends = newBlock<std::uint32_t>(parts);
+    if (sorted.keys == nullptr || sorted.ends == nullptr) {
+        return false;
+    }
+    for (std::uint32_t i = 0; i < set.count; ++i) {
+        ++sorted.ends[partOf(set.items[i], bits)];
+    }
+    // First the parts' starts, which become their ends as the keys come in.
+    std::exclusive_scan(sorted.ends.get(), sorted.ends.get() + parts, sorted.ends.get(), std::uint32_t{0});
+    for (std::uint32_t i = 0; i < set.count; ++i) {
+        sorted.keys[sorted.ends[partOf(set.items[i], bits)]++] = makeKey(set.items[i], i);
+    }
+    for (std::uint32_t n = 0; n < parts; ++n) {
+        if (const std::span<SortKey> part = sorted.part(n); part.size() > 1) {
+            MixItUpSome(part);
+            std::sort(part.begin(), part.end());
+        }
+    }
+    return true;
+}
+
+// One bit for each item of a set: whether it is kept.
+class Kept {
+  public:
+    explicit Kept(std::uint32_t count) : bits_(newBlock<std::uint64_t>(std::size_t{count} / 64 + 1)) {}
+    bool allocated() const { return bits_ != nullptr; }
+    void add(std::uint32_t item) { bits_[item / 64] |= std::uint64_t{1} << item % 64; }
+
+    // Adds those keys' items that are the first of their ID and that `isWanted` takes; it sees the IDs in their order.
+    template <class IsWanted>
+    void addFirsts(std::span<const SortKey> part, IsWanted isWanted) {
+        for (std::size_t i = 0; i < part.size(); ++i) {
+            if ((i == 0 || !part[i].sameID(part[i - 1])) && isWanted(part[i])) {
+                add(part[i].index);
+            }
+        }
+    }
+
+    // Drops the other items of the set. What stays keeps its order and takes its old position as tempIndex, like after
+    // a sort back.
+    void applyTo(FoundSet& set) const {
+        std::uint32_t kept = 0;
         for (std::uint32_t i = 0; i < set.count; ++i) {
-            keys[i] = makeKey(set.items[i], i);
+            if ((bits_[i / 64] >> i % 64 & 1) != 0) {
+                if (kept != i) {
+                    set.items[kept] = set.items[i];
+                }
+                set.items[kept++].tempIndex = i;
+            }
         }
-        if (set.count > 1) {
-            MixItUpSome({keys.get(), set.count});
-            std::sort(keys.get(), keys.get() + set.count);
-        }
+        set.count = kept;
     }
-    return keys;
-}
 
-// Keeps the items whose mark is set, in their order. What is kept takes its position as tempIndex, like after a sort
-// back.
-void keepMarked(FoundSet& set) {
-    std::uint32_t kept = 0;
-    for (std::uint32_t i = 0; i < set.count; ++i) {
-        if (set.items[i].tempIndex != 0) {
-            set.items[kept] = set.items[i];
-            set.items[kept].tempIndex = i;
-            ++kept;
-        }
-    }
-    set.count = kept;
-}
-
-void clearMarks(FoundSet& set) {
-    for (std::uint32_t i = 0; i < set.count; ++i) {
-        set.items[i].tempIndex = 0;
-    }
-}
+  private:
+    std::unique_ptr<std::uint64_t[], Release> bits_;
+};
 
 }  // namespace
 
@@ -194,17 +278,16 @@ std::int32_t SortAndRemoveDuplicates(FoundSet& set) {
     if (set.items == nullptr || set.count < 2) {
         return 0;
     }
-    const Keys keys = sortedKeys(set);
-    if (keys == nullptr) {
+    const int bits = partBits(set.count);
+    Kept kept(set.count);
+    SortedKeys sorted;
+    if (!kept.allocated() || !sortKeys(set, bits, sorted)) {
         return kOutOfMemory;
     }
-    clearMarks(set);
-    for (std::uint32_t i = 0; i < set.count; ++i) {
-        if (i == 0 || !keys[i].sameID(keys[i - 1])) {
-            set.items[keys[i].index].tempIndex = 1;
-        }
+    for (std::uint32_t n = 0; n < 1U << bits; ++n) {
+        kept.addFirsts(sorted.part(n), [](const SortKey&) { return true; });
     }
-    keepMarked(set);
+    kept.applyTo(set);
     return 0;
 }
 
@@ -214,25 +297,23 @@ std::int32_t AndBooleanSets(FoundSet& a, FoundSet& b) {
         DisposeSet(b);
         return 0;
     }
-    const Keys keysA = sortedKeys(a);
-    const Keys keysB = keysA == nullptr ? nullptr : sortedKeys(b);
-    if (keysB == nullptr) {
+    const int bits = partBits(std::max(a.count, b.count));
+    Kept kept(a.count);
+    SortedKeys sortedA;
+    SortedKeys sortedB;
+    if (!kept.allocated() || !sortKeys(a, bits, sortedA) || !sortKeys(b, bits, sortedB)) {
         return kOutOfMemory;
     }
-    clearMarks(a);
-    std::uint32_t j = 0;
-    for (std::uint32_t i = 0; i < a.count; ++i) {
-        if (i != 0 && keysA[i].sameID(keysA[i - 1])) {
-            continue;
-        }
-        while (j < b.count && keysB[j].idLess(keysA[i])) {
-            ++j;
-        }
-        if (j < b.count && keysB[j].sameID(keysA[i])) {
-            a.items[keysA[i].index].tempIndex = 1;
-        }
+    for (std::uint32_t n = 0; n < 1U << bits; ++n) {
+        const std::span<const SortKey> part = sortedB.part(n);
+        kept.addFirsts(sortedA.part(n), [part, at = std::size_t{0}](const SortKey& key) mutable {
+            while (at < part.size() && part[at].idLess(key)) {
+                ++at;
+            }
+            return at < part.size() && part[at].sameID(key);
+        });
     }
-    keepMarked(a);
+    kept.applyTo(a);
     DisposeSet(b);
     return 0;
 }
