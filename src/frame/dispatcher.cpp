@@ -87,11 +87,11 @@ fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx:
         } else {
             SetResultsHandle(resultHandle, "Function name does not match a supported function.");
         }
-        if (resultHandle == nullptr || GetFHandleSize(resultHandle) != 0) {  // no text needs no terminator
-            // Want of memory here ends the call at once and leaves the three handles behind, deliberately.
-            if (const std::int32_t error = EnsureHandleIsNullTerminated(resultHandle); error != 0) {
-                return static_cast<fmx::errcode>(error);
-            }
+        // Want of memory here ends the call at once and leaves the three handles behind, deliberately.
+        if (const std::int32_t error = EnsureHandleIsNullTerminated(resultHandle); error != 0) {
+            return static_cast<fmx::errcode>(error);
+        }
+        if (GetFHandleSize(resultHandle) != 0) {
             resultText->Assign(*resultHandle, my_IsUtf8(*resultHandle) ? Encoding::utf8 : Encoding::macRoman);
         }
         DisposeAndClearFHandle(&nameHandle);

@@ -21,12 +21,18 @@ namespace {
 struct FHandle {
     char* data;
     std::uint32_t size;
+    char small[4];  // the first block of a handle made for so few bytes, most often none
 };
 FHandle* record(char** handle) {
     return reinterpret_cast<FHandle*>(handle);
 }
 char* newBlock(unsigned long size) {
     return static_cast<char*>(allocator().allocateZeroed(size == 0 ? 1 : size));
+}
+void releaseBlock(FHandle* h) {
+    if (h->data != h->small) {
+        allocator().release(h->data);
+    }
 }
 bool endsWithNul(const FHandle* h) {
     return h->size != 0 && h->data[h->size - 1] == 0;
@@ -41,7 +47,7 @@ char** NewFHandle(unsigned long size) {
     if (h == nullptr) {
         return nullptr;
     }
-    h->data = newBlock(size);
+    h->data = size <= sizeof h->small ? h->small : newBlock(size);
     if (h->data == nullptr) {
         allocator().release(h);
         return nullptr;
@@ -55,7 +61,7 @@ void DisposeAndClearFHandle(char*** handlePtr) {
         return;
     }
     if (*handlePtr != nullptr) {
-        allocator().release(record(*handlePtr)->data);
+        releaseBlock(record(*handlePtr));
         allocator().release(record(*handlePtr));
     }
     *handlePtr = nullptr;
@@ -81,7 +87,7 @@ std::int32_t SetFHandleSize(char** handle, unsigned long newSize) {
     if (h->size != 0 && h->data != nullptr) {
         std::memcpy(block, h->data, h->size);
     }
-    allocator().release(h->data);
+    releaseBlock(h);
     h->data = block;
     h->size = static_cast<std::uint32_t>(newSize);
     return 0;
