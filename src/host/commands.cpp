@@ -11,6 +11,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -430,6 +431,7 @@ void addRpcCommand(CLI::App& app, Context& context) {
 }
 
 int run(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that grows past its limit is an error to tell, not a death
     Context context;
     CLI::App app("Runs the QUIL plug-in on Linux: script functions, the hazard screening calculator, automation.",
                  "quil");
