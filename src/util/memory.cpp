@@ -9,14 +9,22 @@ namespace quil {
 // for them. Large ones come zeroed from the system, untouched until they are used.
 static constexpr std::size_t kClearedByHand = 1024;
 
+// Out of line, for beside malloc the compiler would make one calloc of the two.
+[[gnu::noinline]] static void clear(void* block, std::size_t bytes) {
+    std::memset(block, 0, bytes);
+}
+
 static void* heapAllocateZeroed(std::size_t bytes) {
     if (bytes > kClearedByHand) {
         return std::calloc(bytes, 1);
     }
     void* block = std::malloc(bytes);
-    asm volatile("" : "+r"(block));  // else the compiler makes a calloc of the two
-    return block == nullptr ? nullptr : std::memset(block, 0, bytes);
+    if (block != nullptr) {
+        clear(block, bytes);
+    }
+    return block;
 }
+
 static void heapRelease(void* block) {
     std::free(block);
 }
