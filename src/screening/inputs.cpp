@@ -145,12 +145,30 @@ double ParamStrToDouble(const char* text) {
         return kMissingNumber;
     }
     bool point = false;
+    std::uint64_t digits = 0;
+    int count = 0;     // of digits
+    int fraction = 0;  // of those, behind the point
     const char* last = text;
     for (; *last != 0; ++last) {
         if (*last == '.' ? point : (*last < '0' || *last > '9') && (*last != '-' || last != text)) {
             return kInvalidNumber;
         }
         point = point || *last == '.';
+        if (*last >= '0') {
+            digits = digits * 10 + static_cast<std::uint64_t>(*last - '0');
+            ++count;
+            fraction += point ? 1 : 0;
+        }
+    }
+    if (count == 0) {
+        return 0.0;
+    }
+    // Both numbers are exact in a double, so the one division rounds as any right conversion does.
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                         1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    if (count <= 15) {
+        const double value = static_cast<double>(digits) / kPowers[fraction];
+        return *text == '-' ? -value : value;
     }
     double value = 0.0;
     const auto [end, error] = std::from_chars(text, last, value);
@@ -160,7 +178,7 @@ double ParamStrToDouble(const char* text) {
         const bool large = number.substr(0, number.find('.')).find_first_of("123456789") != std::string_view::npos;
         return std::copysign(large ? HUGE_VAL : 0.0, *text == '-' ? -1.0 : 1.0);
     }
-    return value;  // 0 for a text without digits
+    return value;
 }
 
 std::int16_t ParamStrToUnits(char* text) {
