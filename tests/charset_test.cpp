@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
@@ -21,11 +22,13 @@ using namespace std::string_literals;
 
 // The system's conversion; "(none)" where the text is not of that encoding.
 std::string bySystem(const std::string& from, const char* to, std::string text) {
-    static std::map<std::string, iconv_t> converters;
-    if (!converters.contains(from)) {
-        converters[from] = iconv_open(to, from.c_str());
+    using Converter = std::unique_ptr<void, int (*)(iconv_t)>;
+    static std::map<std::string, Converter> converters;
+    auto found = converters.find(from + to);
+    if (found == converters.end()) {
+        found = converters.emplace(from + to, Converter(iconv_open(to, from.c_str()), iconv_close)).first;
     }
-    iconv_t converter = converters[from];
+    const iconv_t converter = found->second.get();
     std::string result(4 * text.size() + 8, 0);
     char* in = text.data();
     char* out = result.data();
