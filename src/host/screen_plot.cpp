@@ -133,6 +133,8 @@ std::string drawPlot(const Scenario& scenario, const Footprint& footprint, const
         stretch = std::ceil(static_cast<double>(kRowsAtLeast) / rowsWanted);
     }
     double metersPerColumn = footprint.distance / static_cast<double>(columns);
+    // With so few columns an outline that is much wider than long still has too many rows.
+    stretch = std::min(stretch, static_cast<double>(kRowsAtMost) * metersPerColumn / widest);
     double metersPerRow = 2 * metersPerColumn / stretch;
     auto rows = static_cast<std::size_t>(std::ceil(2 * widest / metersPerRow));
     rows += rows % 2 == 0;  // the centre line has a row of its own
@@ -206,6 +208,8 @@ std::string drawPlot(const Scenario& scenario, const Footprint& footprint, const
     if (stretch > 1) {
         plot += "\n" + std::string(labelWidth + 1, ' ') + "the crosswind axis is stretched " +
                 std::to_string(static_cast<long>(stretch)) + " times";
+    } else if (stretch < 1) {
+        plot += "\n" + std::string(labelWidth + 1, ' ') + "the crosswind axis is squeezed";
     }
     return plot + "\n";
 }
