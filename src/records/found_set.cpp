@@ -55,7 +55,7 @@ void AppendID(FoundSet& set, std::string_view id) {
     }
     FoundItem& item = set.items[set.count++];
     item = FoundItem{};
-    std::memcpy(item.id, id.data(), std::min(id.size(), kFoundIDSize - 1));
+    id.copy(item.id, kFoundIDSize - 1);
 }
 
 static const FoundItem& asItem(const void* p) {
