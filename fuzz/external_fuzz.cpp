@@ -32,11 +32,14 @@
 #include "platform/bundle.h"
 #include "platform/linux/linux_machine.h"
 #include "platform/scripted/scripted_machine.h"
+#include "util/memory.h"
 
 namespace {
 
 constexpr std::size_t kMaxSteps = 64;
 constexpr std::size_t kMaxStringUnits = 1024;
+// What a set may take here: the functions can ask for up to 4 GiB, which not every machine has.
+constexpr std::size_t kMaxBlock = std::size_t{64} << 20;
 constexpr short kVersionFunction = 1;
 constexpr short kExternalFunction = 2;
 constexpr std::string_view kNoMatch = "Function name does not match a supported function.";
@@ -47,6 +50,11 @@ void require(bool holds, const char* what) {
         std::abort();
     }
 }
+
+void* allocateBounded(std::size_t bytes) {
+    return bytes <= kMaxBlock ? std::calloc(1, bytes) : nullptr;
+}
+constexpr quil::Allocator kBoundedAllocator = {allocateBounded, std::free};
 
 class Registry : public fmx::FunctionRegistry {
   public:
@@ -78,6 +86,7 @@ class Host {
         scripted.application = options.application;
         machine_ = std::make_unique<platform::ScriptedMachine>(*files_, *resources_, scripted);
         platform::installMachine(machine_.get());
+        quil::setAllocator(&kBoundedAllocator);
         std::string error;
         bundle_ = platform::openBundle(QUIL_BINARY_DIR "/QUIL.fmplugin", error);
         require(bundle_ != nullptr, error.c_str());
