@@ -30,6 +30,7 @@ struct Row {
 };
 
 // The rows of a module, in dispatch order.
+std::span<const Row> GLN1Rows();
 std::span<const Row> VSTARows();
 std::span<const Row> HBTRows();
 

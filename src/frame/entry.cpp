@@ -6,6 +6,7 @@
 #include "frame/modules.h"
 #include "frame/strings.h"
 #include "maplayers/sessions.h"
+#include "messaging/hooks.h"
 #include "records/records.h"
 #include "screening/model.h"
 #include "util/alerts.h"
@@ -32,6 +33,7 @@ void ResetPlugInState() {
     ResetRecords();
     ResetMapIDs();
     ResetSessions();
+    ResetMessaging();
 }
 
 // Whatever a hook raises for want of memory, the other modules still have their turn.

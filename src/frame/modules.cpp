@@ -18,14 +18,11 @@ void resetModules() {
     std::copy(std::begin(kModules), std::end(kModules), std::begin(gModules));
 }
 
-// The calculator keeps nothing between calls and no module watches anything yet, so there is nothing to start, to do
-// while the host idles, or to stop.
+// The calculator keeps nothing between calls, and these modules have nothing to start, to do while the host idles, or
+// to stop.
 void MENU_Plugin_Startup() {}
 void MENU_Plugin_Idle() {}
 void MENU_Plugin_Shutdown() {}
-void GLN1_Plugin_Startup() {}
-void GLN1_Plugin_Idle() {}
-void GLN1_Plugin_Shutdown() {}
 void VSTA_Plugin_Startup() {}
 void VSTA_Plugin_Shutdown() {}
 void HBT_Plugin_Idle() {}

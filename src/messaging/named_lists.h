@@ -61,19 +61,19 @@ std::int32_t SetDataFromStr(const char* name, std::uint8_t isSysEnv, const char*
 std::int32_t RemoveDataFromList(const char* name, DataNode** list);
 
 // The list's own handle, valid until the list's next change; null when there is no such name, or no value.
-char** GetTheDataHandleFromList_NotACopy(const char* name, const DataNode* list);
+char** GetTheDataHandleFromList_NotACopy(const char* name, DataNode* list);
 // Renames the first node of that name, whether or not the new name is in use. 1 when there was one, else 0.
 std::int32_t RenameDataInList(DataNode* list, const char* oldName, const char* newName);
 // Copies the value, cut at bufferSize - 1 bytes; empty when there is none. Returns the whole value's length.
-unsigned long GetDataFromListAsStr(const char* name, char* buffer, unsigned long bufferSize, const DataNode* list);
-bool GetDataFromListAsBoolean(const char* name, const DataNode* list);
-OSType GetDataFromListAsOSType(const char* name, const DataNode* list);
+unsigned long GetDataFromListAsStr(const char* name, char* buffer, unsigned long bufferSize, DataNode* list);
+bool GetDataFromListAsBoolean(const char* name, DataNode* list);
+OSType GetDataFromListAsOSType(const char* name, DataNode* list);
 
 // Lists names and values, a line each, ended by CR: 'name' TAB 'value', the value cut to 32 bytes and "...". Among the
 // first two words of `options`, "SYSENV" lists the system environment too, and "DETAIL" adds a TAB and "SysEnv" or
 // "User" and, where a script is attached, TAB, its name, TAB and "Enabled" or "Disabled". With nothing to list, the
 // result handle stays as it is.
-std::int32_t GetDataListInfo(char** options, char** resultHandle, const DataNode* list);
+std::int32_t GetDataListInfo(char** options, char** resultHandle, DataNode* list);
 
 // An attached script is not run before it is enabled; attaching another leaves the flag as it is.
 std::int32_t AttachScriptToDataInList(const char* name, const char* scriptName, DataNode* list);

@@ -1,0 +1,54 @@
+#include "messaging/hooks.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "frame/modules.h"
+#include "messaging/globals.h"
+#include "messaging/script_queue.h"
+#include "platform/machine.h"
+
+namespace quil {
+
+// State of this file.
+std::uint32_t gLastSentDoScriptTicks = 0;         // when the message-handling script was last queued
+static std::uint8_t sInMessagingPlugin_Idle = 0;  // the idle hook is running
+
+void GLN1_Plugin_Startup() {
+    InitDataLists();
+    CreateStartupGlobals();
+}
+
+bool HaveUnprocessedIacOrDoubleClickMessage() {
+    return std::any_of(std::begin(gArchivedIncomingMessageParameterDataNodeList),
+                       std::end(gArchivedIncomingMessageParameterDataNodeList),
+                       [](const DataNode* message) { return message != nullptr; });
+}
+
+void GLN1_Plugin_Idle() {
+    if (sInMessagingPlugin_Idle != 0) {
+        return;
+    }
+    sInMessagingPlugin_Idle = 1;
+    if (HaveUnprocessedIacOrDoubleClickMessage() && !HaveDeferedScript()) {
+        char script[256];
+        GetGlobalInListAsStr("Handle Message Script", script, sizeof script);
+        AddScriptToDoScriptQueue(script);
+        gLastSentDoScriptTicks = platform::machine().input().ticks();
+    }
+    ProcessDoScriptQueue();
+    sInMessagingPlugin_Idle = 0;
+}
+
+void GLN1_Plugin_Shutdown() {
+    DisposeDataLists();
+}
+
+void ResetMessaging() {
+    ResetNamedLists();
+    ResetScriptQueue();
+    gLastSentDoScriptTicks = 0;
+    sInMessagingPlugin_Idle = 0;
+}
+
+}  // namespace quil
