@@ -41,6 +41,8 @@ class FailingFiles : public platform::Files {
   public:
     FailingFiles(platform::Files& inner, const FileFault& fault) : inner_(inner), fault_(fault) {}
 
+    bool transfers = false;  // whether the machine may move bytes without reads and writes
+
     bool hasFailed() const { return !failed_.empty(); }
     const std::string& failedCall() const { return failed_; }  // name of the call that failed
     int openReferences() const { return open_; }
@@ -56,6 +58,19 @@ class FailingFiles : public platform::Files {
     }
     Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override {
         return opened(tried("replaceDataFork", [&] { return inner_.replaceDataFork(spec, creator, type, ref); }));
+    }
+    Status openForUpdate(const FSSpec& spec, FileRef& ref) override {
+        return opened(tried("openForUpdate", [&] { return inner_.openForUpdate(spec, ref); }));
+    }
+    Status createCopy(FileRef source, const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override {
+        return opened(tried("createCopy", [&] { return inner_.createCopy(source, spec, creator, type, ref); }));
+    }
+    Status openCopy(FileRef ref) override {
+        return tried("openCopy", [&] { return inner_.openCopy(ref); });
+    }
+    Status transfer(FileRef from, FileRef to, std::int64_t count, std::int64_t& moved) override {
+        moved = 0;  // what is read and written can fail more often
+        return tried("transfer", [&] { return transfers ? inner_.transfer(from, to, count, moved) : platform::noErr; });
     }
     Status getEOF(FileRef ref, std::int64_t& size) override {
         return tried("getEOF", [&] { return inner_.getEOF(ref, size); });

@@ -78,7 +78,11 @@ Status LinuxFiles::openPath(const std::string& path, int flags, FileRef& ref) {
         ::close(descriptor);
         return error != 0 ? statusOf(error) : notAFileErr;
     }
-    *slot(free) = {descriptor, access != O_WRONLY, access != O_RDONLY, {}, {}};
+    Fork& open = *slot(free);
+    open = Fork();
+    open.descriptor = descriptor;
+    open.reads = access != O_WRONLY;
+    open.writes = access != O_RDONLY;
     ref = free;
     return noErr;
 }
@@ -169,10 +173,10 @@ Status LinuxFiles::getEOF(FileRef ref, std::int64_t& size) {
     if (open == nullptr) {
         return rfNumErr;
     }
-    if (fstat(open->descriptor, &status) != 0) {
+    if (fstat(open->original >= 0 ? open->original : open->descriptor, &status) != 0) {
         return statusOf(errno);
     }
-    size = status.st_size;
+    size = std::max<std::int64_t>(status.st_size, open->rewritten);
     return noErr;
 }
 
@@ -186,28 +190,31 @@ Status LinuxFiles::setPosition(FileRef ref, std::int64_t fromStart) {
     if (fromStart < 0) {
         return posErr;
     }
-    if (lseek(fork(ref)->descriptor, std::min(fromStart, size), SEEK_SET) < 0) {
+    Fork& open = *fork(ref);
+    open.position = std::min(fromStart, size);
+    if (open.original < 0 && lseek(open.descriptor, open.position, SEEK_SET) < 0) {
         return statusOf(errno);
     }
     return fromStart > size ? eofErr : noErr;
 }
 
 Status LinuxFiles::setPositionAtEnd(FileRef ref) {
-    const Fork* open = fork(ref);
-    if (open == nullptr) {
-        return rfNumErr;
-    }
-    return lseek(open->descriptor, 0, SEEK_END) < 0 ? statusOf(errno) : noErr;
+    std::int64_t size = 0;
+    const Status status = getEOF(ref, size);
+    return status != noErr ? status : setPosition(ref, size);
 }
 
 Status LinuxFiles::read(FileRef ref, std::span<char> buffer, std::size_t& count) {
     count = 0;
-    const Fork* open = fork(ref);
+    Fork* open = fork(ref);
     if (open == nullptr) {
         return rfNumErr;
     }
     if (!open->reads) {
         return permErr;
+    }
+    if (open->original >= 0) {
+        return readUpdate(*open, buffer, count);
     }
     if (buffer.size() >= kLargeRead) {
         if (const int error = readLarge(open->descriptor, buffer, count); error != 0) {
@@ -231,12 +238,15 @@ Status LinuxFiles::read(FileRef ref, std::span<char> buffer, std::size_t& count)
 
 Status LinuxFiles::write(FileRef ref, std::span<const char> bytes, std::size_t& count) {
     count = 0;
-    const Fork* open = fork(ref);
+    Fork* open = fork(ref);
     if (open == nullptr) {
         return rfNumErr;
     }
     if (!open->writes) {
         return permErr;
+    }
+    if (open->original >= 0) {
+        return writeUpdate(*open, bytes, count);
     }
     while (count < bytes.size()) {
         const ssize_t put = ::write(open->descriptor, bytes.data() + count, bytes.size() - count);
@@ -257,7 +267,10 @@ Status LinuxFiles::close(FileRef ref) {
     if (open == nullptr) {
         return rfNumErr;
     }
-    const Fork given = std::exchange(*open, Fork());
+    Fork given = std::exchange(*open, Fork());
+    if (given.original >= 0) {
+        return statusOf(finishUpdate(given));
+    }
     if (!given.temporary.empty()) {
         return statusOf(putInPlace(given));
     }

@@ -9,6 +9,7 @@
 
 #include "platform/linux/errors.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/replacement.h"
 
 namespace platform {
 
@@ -18,7 +19,6 @@ namespace platform {
 // to others and is kept.
 
 using FinderBytes = std::array<unsigned char, 32>;
-static constexpr char finderAttribute[] = "user.com.apple.FinderInfo";
 
 static OSType codeAt(const FinderBytes& bytes, std::size_t at) {
     OSType code = 0;
@@ -108,10 +108,18 @@ Status LinuxFiles::setFinderInfo(const FSSpec& spec, const FInfo& info) {
 // --- made and removed ----------------------------------------------------------------------------------------------
 
 int LinuxFiles::setNewFinderInfo(int descriptor, OSType creator, OSType type) {
-    if (type == 0 && creator == 0) {
-        return 0;
-    }
+    return type == 0 && creator == 0 ? 0 : setFinderCodes(descriptor, creator, type);
+}
+
+int LinuxFiles::setFinderCodes(int descriptor, OSType creator, OSType type) {
     FinderBytes bytes{};
+    const bool present = fgetxattr(descriptor, finderAttribute, bytes.data(), bytes.size()) == ssize_t{bytes.size()};
+    if (!present) {
+        bytes.fill(0);
+        if (type == 0 && creator == 0) {
+            return 0;
+        }
+    }
     putCode(bytes, 0, type);
     putCode(bytes, 4, creator);
     const int error = fsetxattr(descriptor, finderAttribute, bytes.data(), bytes.size(), 0) == 0 ? 0 : errno;

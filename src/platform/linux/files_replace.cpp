@@ -15,56 +15,31 @@
 
 #include "platform/linux/errors.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/replacement.h"
 
 namespace platform {
 
-static constexpr char finderAttribute[] = "user.com.apple.FinderInfo";
-
-static std::string folderOfPath(const std::string& path) {
+std::string folderOfPath(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-namespace {
-
-// An empty file beside another, gone with this object unless it is released.
-struct Temporary {
-    int descriptor = -1;
-    std::string path;
-
-    Temporary() = default;
-    ~Temporary() {
-        if (descriptor >= 0) {
-            ::close(descriptor);
-            unlink(path.c_str());
+int Temporary::open(const std::string& folder) {
+    static unsigned sNumber = 0;
+    for (;;) {
+        path = folder + "/.quil-" + std::to_string(getpid()) + "-" + std::to_string(++sNumber);
+        descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor >= 0 || (errno != EEXIST && errno != EINTR)) {
+            return descriptor >= 0 ? 0 : errno;
         }
     }
-    Temporary(const Temporary&) = delete;
-    Temporary& operator=(const Temporary&) = delete;
+}
 
-    int release() { return std::exchange(descriptor, -1); }
-    // Makes it in a folder, under a name that nothing else has. 0 or errno.
-    int open(const std::string& folder) {
-        static unsigned sNumber = 0;
-        for (;;) {
-            path = folder + "/.quil-" + std::to_string(getpid()) + "-" + std::to_string(++sNumber);
-            descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            if (descriptor >= 0 || (errno != EEXIST && errno != EINTR)) {
-                return descriptor >= 0 ? 0 : errno;
-            }
-        }
-    }
-};
-
-}  // namespace
-
-// Whether a folder that takes no temporary, for this reason, leaves writing in place.
-static bool leavesWritingInPlace(int error) {
+bool leavesWritingInPlace(int error) {
     return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG || error == ENOTSUP;
 }
 
-// In such a folder (/tmp, for instance) another's file may be written but not replaced.
-static bool keepsOthersFiles(const std::string& folder, const struct stat& file) {
+bool keepsOthersFiles(const std::string& folder, const struct stat& file) {
     struct stat status {};
     return geteuid() != 0 && stat(folder.c_str(), &status) == 0 && (status.st_mode & S_ISVTX) != 0 &&
            status.st_uid != geteuid() && file.st_uid != geteuid();
@@ -88,8 +63,7 @@ static int copyAttributes(int from, int to) {
     return 0;
 }
 
-// Gives the new file the old one's owner (where that is allowed), permissions and attributes. 0 or errno.
-static int takeOver(int from, const struct stat& old, int to) {
+int takeOver(int from, const struct stat& old, int to) {
     mode_t mode = old.st_mode & 07777;
     struct stat made {};
     if (fstat(to, &made) != 0) {
@@ -188,9 +162,9 @@ Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType ty
     });
 }
 
-// Puts complete content in place: on the disk first, then under its name. 0 or errno.
+// Puts complete content in place: on the disk first, where it is to be there, then under its name. 0 or errno.
 int LinuxFiles::putInPlace(const Fork& open) {
-    int error = fsync(open.descriptor) == 0 ? 0 : errno;
+    int error = !open.synced || fsync(open.descriptor) == 0 ? 0 : errno;
     if (::close(open.descriptor) != 0 && errno != EINTR && error == 0) {
         error = errno;
     }
@@ -200,6 +174,9 @@ int LinuxFiles::putInPlace(const Fork& open) {
     if (error != 0) {
         unlink(open.temporary.c_str());
         return error;
+    }
+    if (!open.synced) {
+        return 0;
     }
     const int folder = ::open(folderOfPath(open.target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder >= 0) {  // the new name outlives a power failure where the file system can promise it
@@ -216,6 +193,9 @@ Status LinuxFiles::discard(FileRef ref) {
     }
     const Fork given = std::exchange(*open, Fork());
     ::close(given.descriptor);
+    if (given.original >= 0) {
+        ::close(given.original);
+    }
     if (!given.temporary.empty()) {
         unlink(given.temporary.c_str());
     }

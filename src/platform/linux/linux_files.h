@@ -31,6 +31,10 @@ class LinuxFiles : public Files {
     Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) override;
     Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) override;
     Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override;
+    Status openForUpdate(const FSSpec& spec, FileRef& ref) override;
+    Status createCopy(FileRef source, const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override;
+    Status openCopy(FileRef ref) override;
+    Status transfer(FileRef from, FileRef to, std::int64_t count, std::int64_t& moved) override;
     Status getEOF(FileRef ref, std::int64_t& size) override;
     Status setPosition(FileRef ref, std::int64_t fromStart) override;
     Status setPositionAtEnd(FileRef ref) override;
@@ -74,6 +78,10 @@ class LinuxFiles : public Files {
         bool writes = false;
         std::string temporary;  // what is open when it is to replace `target`, else empty
         std::string target;
+        bool synced = true;          // content that replaces another is on the disk before it does
+        int original = -1;           // in an update: the file as it was, which `descriptor` replaces
+        std::int64_t position = 0;   // in an update, for reading and writing
+        std::int64_t rewritten = 0;  // in an update: so many bytes of `descriptor` count, behind them the original's
     };
 
     // The items of the folder that was listed last.
@@ -117,8 +125,15 @@ class LinuxFiles : public Files {
     // files_replace.cpp: files that give way to new content
     Status openReplacement(const std::string& path, FileRef& ref);
     static int putInPlace(const Fork& open);
+
+    // files_copies.cpp: copies and updates
+    static Status readUpdate(Fork& open, std::span<char> buffer, std::size_t& count);
+    static Status writeUpdate(Fork& open, std::span<const char> bytes, std::size_t& count);
+    static int finishUpdate(Fork& open);
     // files_items.cpp: Finder information of a file that was just made, where the file system has any. 0 or errno.
     static int setNewFinderInfo(int descriptor, OSType creator, OSType type);
+    // The same for a file that may have the rest of its Finder information already.
+    static int setFinderCodes(int descriptor, OSType creator, OSType type);
 
     std::vector<Volume> volumes_;
     std::vector<Folder> roots_;                                // one a volume, ID 2

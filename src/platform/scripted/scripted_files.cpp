@@ -1,5 +1,7 @@
 // Real files with faults in front of them.
 
+#include <algorithm>
+
 #include "platform/scripted/scripted_parts.h"
 
 namespace platform {
@@ -28,6 +30,36 @@ Status ScriptedFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType
         }
     }
     return files_.replaceDataFork(spec, creator, type, ref);
+}
+
+Status ScriptedFiles::openForUpdate(const FSSpec& spec, FileRef& ref) {
+    const Status fault = shared_.meetFault("open");
+    return fault != noErr ? fault : files_.openForUpdate(spec, ref);
+}
+
+// What could not be deleted is in the way of what is created.
+Status ScriptedFiles::createCopy(FileRef source, const FSSpec& spec, OSType creator, OSType type, FileRef& ref) {
+    const bool undeleted = shared_.meetFault("delete") != noErr;
+    const Status fault = shared_.meetFault("create");
+    FSSpec found;
+    if (fault == noErr && undeleted && files_.makeSpec(spec.vRefNum, spec.parID, spec.nameView(), found) == noErr) {
+        return dupFNErr;
+    }
+    return fault != noErr ? fault : files_.createCopy(source, spec, creator, type, ref);
+}
+
+Status ScriptedFiles::openCopy(FileRef ref) {
+    const Status fault = shared_.meetFault("open");
+    return fault != noErr ? fault : files_.openCopy(ref);
+}
+
+// While reads or writes are to fail, they are made one by one.
+Status ScriptedFiles::transfer(FileRef from, FileRef to, std::int64_t count, std::int64_t& moved) {
+    moved = 0;
+    const bool faulty = std::any_of(shared_.state.faults.begin(), shared_.state.faults.end(), [](const auto& fault) {
+        return fault.operation == "read" || fault.operation == "write";
+    });
+    return faulty ? noErr : files_.transfer(from, to, count, moved);
 }
 
 Status ScriptedFiles::getEOF(FileRef ref, std::int64_t& size) {

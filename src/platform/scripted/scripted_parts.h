@@ -40,6 +40,10 @@ class ScriptedFiles : public Files {
     Status openDataFork(const FSSpec& spec, ForkPermission permission, FileRef& ref) override;
     Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) override;
     Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override;
+    Status openForUpdate(const FSSpec& spec, FileRef& ref) override;
+    Status createCopy(FileRef source, const FSSpec& spec, OSType creator, OSType type, FileRef& ref) override;
+    Status openCopy(FileRef ref) override;
+    Status transfer(FileRef from, FileRef to, std::int64_t count, std::int64_t& moved) override;
     Status getEOF(FileRef ref, std::int64_t& size) override;
     Status setPosition(FileRef ref, std::int64_t fromStart) override;
     Status setPositionAtEnd(FileRef ref) override;
