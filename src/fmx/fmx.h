@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -65,7 +66,10 @@ class Text {
     void DeleteText(std::uint32_t position, std::uint32_t size = kToEnd);
 
     // Exact: unit by unit.
-    bool operator==(const Text& other) const { return units_ == other.units_; }
+    bool operator==(const Text& other) const {
+        return units_.size() == other.units_.size() &&
+               std::memcmp(units_.data(), other.units_.data(), units_.size() * sizeof(char16_t)) == 0;
+    }
 
     // The units themselves, for the host's side.
     std::u16string_view units() const { return units_; }

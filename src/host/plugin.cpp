@@ -126,6 +126,9 @@ std::string toUtf8(const fmx::Text& text) {
     const std::u16string_view content = text.units();
     const unsigned bits =
         std::accumulate(content.begin(), content.end(), 0U, [](unsigned a, char16_t unit) { return a | unit; });
+    if (units == 0) {
+        return {};
+    }
     if (bits < 0x80) {
         std::string bytes(units, '\0');
         std::transform(content.begin(), content.end(), bytes.begin(),
@@ -300,9 +303,17 @@ Answer Plugin::run(const RegisteredFunction& function, std::span<const std::stri
     fmx::DataVect& texts = use.mine ? texts_ : own;
     texts.Resize(static_cast<std::uint32_t>(parameters.size()));
     bool large = false;
-    for (std::uint32_t i = 0; i < texts.Size(); ++i) {
+    // The name is most often that of the last call.
+    const bool sameName = use.mine && !parameters.empty() && !lastName_.empty() && parameters[0] == lastName_;
+    if (use.mine && !sameName) {
+        lastName_.clear();
+    }
+    for (std::uint32_t i = sameName ? 1 : 0; i < texts.Size(); ++i) {
         texts.Mutable(i).AssignHostText(parameters[i], fmx::Locale(fmx::Locale::Type::system));
         large = large || parameters[i].size() > kKept;
+    }
+    if (use.mine && !sameName && !parameters.empty() && parameters[0].size() <= kKept) {
+        lastName_ = parameters[0];
     }
     const short id = function.id;  // the call may change what is registered
     fmx::Data result;
@@ -311,6 +322,9 @@ Answer Plugin::run(const RegisteredFunction& function, std::span<const std::stri
     answer.text = toUtf8(result.GetAsText());
     if (large) {
         texts = fmx::DataVect();
+        if (use.mine) {
+            lastName_.clear();
+        }
     }
     return answer;
 }

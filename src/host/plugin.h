@@ -93,6 +93,7 @@ class Plugin : public fmx::FunctionRegistry {
     fmx::DataVect texts_;       // the last call's parameters, kept so that the next call finds their memory
     std::size_t external_ = 0;  // where QUIL_External was found
     bool textsInUse_ = false;   // a call made inside another brings its own
+    std::string lastName_;      // what stands in texts_[0], if anything
     fmx::FunctionRegistry* previousRegistry_ = nullptr;
 };
 
