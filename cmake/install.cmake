@@ -5,10 +5,12 @@ set(installed_code ${CMAKE_INSTALL_LIBDIR}/quil/QUIL.fmplugin/Contents)
 
 set_target_properties(quil PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
 set_target_properties(QUIL PROPERTIES INSTALL_RPATH "$ORIGIN/../../../..")  # from Contents/Linux to LIBDIR
+set_target_properties(quil_sqlite PROPERTIES INSTALL_RPATH "$ORIGIN/..")  # from LIBDIR/quil to LIBDIR
 
 install(TARGETS quil RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS quilplatform LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 install(TARGETS QUIL LIBRARY DESTINATION ${installed_code}/Linux)
+install(TARGETS quil_sqlite LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/quil)
 install(DIRECTORY ${PROJECT_BINARY_DIR}/QUIL.fmplugin/Contents/Resources DESTINATION ${installed_code})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -32,6 +32,7 @@ class Machine {
 
 // Makes `machine` the one that machine() answers; null: none. Returns the one installed before.
 Machine* installMachine(Machine* machine);
+bool hasMachine();
 // The installed machine. Asking before one is installed ends the process with a message.
 Machine& machine();
 

@@ -132,6 +132,15 @@ std::int16_t MemoryWindows::stringWidth(std::string_view text) {
 
 void MemoryWindows::drawProgress(WindowRef, const ProgressBox&) {}
 
+void MemoryWindows::bringToFront(WindowRef window) {
+    for (auto it = list_.begin(); it != list_.end(); ++it) {
+        if (&*it == window) {
+            list_.splice(list_.begin(), list_, it);
+            return;
+        }
+    }
+}
+
 void MemoryWindows::setWindows(const std::vector<WindowRecord>& windows) {
     std::list<WindowRecord> before;
     before.swap(list_);

@@ -40,6 +40,8 @@ class MemoryWindows : public Windows {
     std::int16_t stringWidth(std::string_view text) override;
     void drawProgress(WindowRef window, const ProgressBox& box) override;
 
+    // SelectWindow: puts the window in front of all others.
+    void bringToFront(WindowRef window);
     // Replaces the window list, front first. A window with a title that was there before is the same window.
     void setWindows(const std::vector<WindowRecord>& windows);
 

@@ -17,7 +17,7 @@ class LinuxMachine : public Machine {
         : files_(makeLinuxFiles(options)),
           events_(makeLinuxEvents(options.signature)),
           processes_(makeLinuxProcesses(*files_, options)),
-          dialogs_(makeTerminalDialogs(*files_, options, STDIN_FILENO, STDERR_FILENO)),
+          dialogs_(makeTerminalDialogs(*files_, options, options.asksUser ? STDIN_FILENO : -1, STDERR_FILENO)),
           input_(makeLinuxInput()),
           resources_(makeBundleResources()) {}
 
