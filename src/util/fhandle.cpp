@@ -215,7 +215,9 @@ std::int32_t AppendStructToHandle(char** handle, const void* bytes, long count) 
 std::int32_t strcmpFHandles(char** a, char** b) {
     const long sizeA = GetFHandleSize(a);
     const long sizeB = GetFHandleSize(b);
-    for (long i = 0; i < std::max(sizeA, sizeB); ++i) {
+    const long both = std::min(sizeA, sizeB);
+    const bool sameStart = both != 0 && std::memcmp(*a, *b, static_cast<std::size_t>(both)) == 0;
+    for (long i = sameStart ? both : 0; i < std::max(sizeA, sizeB); ++i) {
         const auto byteA = static_cast<signed char>(i < sizeA ? (*a)[i] : 0);
         const auto byteB = static_cast<signed char>(i < sizeB ? (*b)[i] : 0);
         if (byteA != byteB) {
