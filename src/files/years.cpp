@@ -1,0 +1,371 @@
+#include "files/years.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "files/base_directory.h"
+#include "files/parameters.h"
+#include "platform/machine.h"
+#include "util/alerts.h"
+#include "util/memory.h"
+#include "util/paths.h"
+
+namespace quil {
+
+using platform::FileRef;
+
+static constexpr long kIDLength = 8;
+static constexpr std::int64_t kShortestFile = 20;  // shorter ones are taken to hold nothing
+static constexpr std::size_t kLargestBuffer = 300'000;
+static constexpr std::size_t kBufferStep = 20'000;
+static constexpr std::size_t kErrorTextSize = 256;
+static constexpr short kNoBufferToChange = -1;
+
+static platform::Files& files() {
+    return platform::machine().files();
+}
+
+static bool isWanted(short year) {
+    return year >= kFirstTorvaneYear && year <= kLastTorvaneYear;
+}
+
+void InitTorvaneYearInfo(TorvaneYearInfo* info) {
+    *info = {};
+}
+
+void MergeTorvaneYearInfo(TorvaneYearInfo* result, const TorvaneYearInfo* a, const TorvaneYearInfo* b) {
+    std::transform(std::begin(a->year), std::end(a->year), std::begin(b->year), std::begin(result->year),
+                   [](std::uint8_t one, std::uint8_t other) -> std::uint8_t { return one != 0 || other != 0; });
+}
+
+// --- in memory -----------------------------------------------------------------------------------------------------
+
+static char lower(char c) {
+    return static_cast<char>(c | 0x20);  // of a letter
+}
+
+static bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+short TorvaneYearFromID(const char* text) {
+    static constexpr std::string_view kAfterC = "klmtv";
+    static constexpr std::string_view kAfterF = "ad";
+    static constexpr std::string_view kAfterP = "h";
+    const char first = lower(text[0]);
+    const std::string_view second = first == 'c' ? kAfterC : first == 'f' ? kAfterF : first == 'p' ? kAfterP : "";
+    if (second.find(lower(text[1])) == std::string_view::npos || lower(text[2]) != 't' ||
+        text[3] != 'R' ||  // deliberate: a capital only
+        text[4] != '2' || text[5] != '0' || !isDigit(text[6]) || !isDigit(text[7])) {
+        return 0;
+    }
+    return static_cast<short>(2000 + 10 * (text[6] - '0') + (text[7] - '0'));
+}
+
+namespace {
+
+using Word = std::uint64_t;
+constexpr Word kOnes = 0x0101010101010101;
+constexpr Word kHighBits = kOnes << 7;
+constexpr long kBlock = 64;
+
+Word wordAt(const char* text) {
+    Word word = 0;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+// Whether "R20" stands 3 bytes behind any of the places of a block. A loop without an exit is one that the processor
+// runs many bytes at a time.
+bool mayHoldID(const char* text) {
+    unsigned char found = 0;
+    for (long i = 0; i < kBlock; ++i) {
+        found =
+            static_cast<unsigned char>(found | ((text[i + 3] == 'R') & (text[i + 4] == '2') & (text[i + 5] == '0')));
+    }
+    return found != 0;
+}
+
+// Calls `each` with every place of 8 where an identifier of the years 2000 to 2019 begins.
+template <typename Each>
+void forEachIDInWord(char* text, Each& each) {
+    // A byte becomes 0 where all but the first two bytes of an identifier fit; the sum below marks such bytes, and at
+    // times one beside them.
+    const Word other = ((wordAt(text + 2) | kOnes * 0x20) ^ kOnes * 't') | (wordAt(text + 3) ^ kOnes * 'R') |
+                       (wordAt(text + 4) ^ kOnes * '2') | (wordAt(text + 5) ^ kOnes * '0') |
+                       ((wordAt(text + 6) ^ kOnes * '0') & kOnes * 0xFE);
+    for (Word marks = (other - kOnes) & ~other & kHighBits; marks != 0;) {
+        int bit = 0;
+        if constexpr (std::endian::native == std::endian::little) {
+            bit = std::countr_zero(marks);
+            marks &= marks - 1;
+        } else {
+            bit = std::countl_zero(marks);
+            marks &= ~(Word{1} << (63 - bit));
+        }
+        char* const place = text + bit / 8;
+        if (const short year = TorvaneYearFromID(place); isWanted(year)) {
+            each(place, year);
+        }
+    }
+}
+
+template <typename Each>
+void forEachID(char* text, long length, Each each) {
+    long at = 0;
+    for (; at + kBlock + kIDLength <= length; at += kBlock) {
+        if (mayHoldID(text + at)) {
+            for (long word = 0; word < kBlock; word += 8) {
+                forEachIDInWord(text + at + word, each);
+            }
+        }
+    }
+    for (; at + kIDLength <= length; ++at) {
+        if (const short year = TorvaneYearFromID(text + at); isWanted(year)) {
+            each(text + at, year);
+        }
+    }
+}
+
+}  // namespace
+
+void GetTorvaneYearsFromText(TorvaneYearInfo* out, const char* text, long length) {
+    InitTorvaneYearInfo(out);
+    forEachID(const_cast<char*>(text), length,
+              [out](const char*, short year) { out->year[year - kFirstTorvaneYear] = 1; });
+}
+
+// No identifier ends where another begins, so that changing one neither makes nor breaks another.
+void ChangeAllTorvaneIDs(char* text, long length, short year) {
+    if (!isWanted(year)) {
+        return;
+    }
+    char digits[16];
+    std::snprintf(digits, sizeof digits, "%d", year);
+    forEachID(text, length, [&digits](char* id, short) { std::memcpy(id + 4, digits, 4); });
+}
+
+// --- in a file -----------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Room for what is read at once and the 8 bytes before it, as large as can be had.
+class Buffer {
+  public:
+    Buffer() {
+        for (size_ = kLargestBuffer; size_ != 0; size_ -= kBufferStep) {
+            block_ = static_cast<char*>(allocator().allocateZeroed(size_ + kIDLength + 1));
+            if (block_ != nullptr) {
+                return;
+            }
+        }
+    }
+    ~Buffer() { allocator().release(block_); }
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+
+    char* bytes() { return block_; }
+    std::size_t size() const { return size_; }
+
+  private:
+    char* block_ = nullptr;
+    std::size_t size_ = 0;
+};
+
+enum class Purpose { scan, change };
+
+// Opens the file and tells its length. The machine's status, with a text in `errorText`.
+OSErr openFile(const char* path, Purpose purpose, FileRef& ref, std::int64_t& length, char* errorText) {
+    const auto fail = [errorText](OSErr error, const char* text) {
+        my_strncpy(errorText, text, kErrorTextSize);
+        return error;
+    };
+    FSSpec spec;
+    platform::FInfo info;
+    OSErr error = GetFSSpecFromFullPath(path, &spec);
+    if (error == platform::noErr) {
+        error = files().getFinderInfo(spec, info);
+    }
+    if (error != platform::noErr) {
+        return fail(error, "Error: hgetfinfo failed.");
+    }
+    error = purpose == Purpose::scan ? files().openDataFork(spec, platform::ForkPermission::read, ref)
+                                     : files().openForUpdate(spec, ref);
+    if (error != platform::noErr) {
+        return fail(error, "Error: hopendf failed.");
+    }
+    error = files().getEOF(ref, length);
+    if (error != platform::noErr) {
+        files().close(ref);
+        return fail(error, "Error: GetEOF failed.");
+    }
+    return error;
+}
+
+OSErr readAll(FileRef ref, char* bytes, std::size_t count) {
+    std::size_t got = 0;
+    const OSErr error = files().read(ref, {bytes, count}, got);
+    return error == platform::noErr && got < count ? platform::ioErr : error;
+}
+
+OSErr writeAll(FileRef ref, const char* bytes, std::size_t count) {
+    std::size_t put = 0;
+    const OSErr error = files().write(ref, {bytes, count}, put);
+    return error == platform::noErr && put < count ? platform::ioErr : error;
+}
+
+// Reads a file of at least 8 bytes and calls `each` with the bytes read and the 8 before them, their number, and
+// whether they are the last. Stops at the first error.
+template <typename Each>
+OSErr forEachChunk(FileRef ref, std::int64_t length, Buffer& buffer, Each each) {
+    char* const bytes = buffer.bytes();
+    OSErr error = files().setPosition(ref, 0);
+    if (error == platform::noErr) {
+        error = readAll(ref, bytes, kIDLength);
+    }
+    for (std::int64_t left = length - kIDLength; error == platform::noErr && left > 0;) {
+        const auto chunk =
+            static_cast<std::size_t>(std::min<std::int64_t>(left, static_cast<std::int64_t>(buffer.size())));
+        error = readAll(ref, bytes + kIDLength, chunk);
+        if (error == platform::noErr) {
+            left -= static_cast<std::int64_t>(chunk);
+            error = each(bytes, chunk + kIDLength, left == 0);
+            std::memmove(bytes, bytes + chunk, kIDLength);
+        }
+    }
+    return error;
+}
+
+}  // namespace
+
+void GetTorvaneYearsFromIDs(TorvaneYearInfo* out, const char* path, char* errorText, short* error) {
+    InitTorvaneYearInfo(out);
+    errorText[0] = 0;
+    Buffer buffer;
+    if (buffer.bytes() == nullptr) {
+        my_strncpy(errorText, "Error: Unable to allocate buffer. (Out of memory)", kErrorTextSize);
+        *error = platform::memFullErr;
+        return;
+    }
+    FileRef ref = 0;
+    std::int64_t length = 0;
+    *error = openFile(path, Purpose::scan, ref, length, errorText);
+    if (*error != platform::noErr) {
+        return;
+    }
+    if (length >= kShortestFile) {
+        *error = forEachChunk(ref, length, buffer, [out](const char* bytes, std::size_t count, bool) {
+            TorvaneYearInfo found;
+            GetTorvaneYearsFromText(&found, bytes, static_cast<long>(count));
+            MergeTorvaneYearInfo(out, out, &found);
+            return platform::noErr;
+        });
+    }
+    files().close(ref);
+}
+
+short ChangeTorvaneIDsInFile(const char* path, short year, char* errorText) {
+    errorText[0] = 0;
+    Buffer buffer;
+    if (buffer.bytes() == nullptr) {
+        return kNoBufferToChange;
+    }
+    FileRef ref = 0;
+    std::int64_t length = 0;
+    OSErr error = openFile(path, Purpose::change, ref, length, errorText);
+    if (error != platform::noErr) {
+        return error;
+    }
+    if (length >= kShortestFile) {
+        std::int64_t written = 0;
+        error = forEachChunk(ref, length, buffer, [&](char* bytes, std::size_t count, bool last) {
+            ChangeAllTorvaneIDs(bytes, static_cast<long>(count), year);
+            const std::size_t complete = last ? count : count - kIDLength;
+            OSErr status = files().setPosition(ref, written);
+            if (status == platform::noErr) {
+                status = writeAll(ref, bytes, complete);
+            }
+            if (status == platform::noErr) {
+                written += static_cast<std::int64_t>(complete);
+                status = last ? platform::noErr : files().setPosition(ref, written + kIDLength);
+            }
+            return status;
+        });
+    }
+    // Also after an error: what was changed so far stays changed.
+    const OSErr closing = files().close(ref);
+    return error != platform::noErr ? error : closing;
+}
+
+// --- script functions ----------------------------------------------------------------------------------------------
+
+static void report(long funcNum, const char* errorText, short error) {
+    if (errorText[0] != 0) {
+        ReportErrorMsgToUser(errorText);
+    }
+    if (error != 0) {
+        ReportErrorToUser(funcNum, error);
+    }
+}
+
+std::int32_t GLN1GetTorvaneYearsFromIDs(long funcNum, char** paramHandle, char** resultHandle) {
+    Fields fields(paramHandle);
+    const PathFields given(fields);
+    char full[kPathSize];
+    if (ResolvePossiblePartialPath(given.path, given.reference, false, full) != 0) {
+        return Answer(funcNum, resultHandle, kResolutionError);
+    }
+    if (!FileExists(full)) {
+        return 0;
+    }
+    TorvaneYearInfo info;
+    char errorText[kErrorTextSize];
+    short error = 0;
+    GetTorvaneYearsFromIDs(&info, full, errorText, &error);
+    report(funcNum, errorText, error);
+    if (error != 0 || errorText[0] != 0) {
+        return error;
+    }
+    char years[5 * std::size(info.year) + 1] = "";
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < std::size(info.year); ++i) {
+        if (info.year[i] != 0) {
+            length += static_cast<std::size_t>(std::snprintf(years + length, sizeof years - length,
+                                                             length == 0 ? "%d" : " %d",
+                                                             kFirstTorvaneYear + static_cast<int>(i)));
+        }
+    }
+    return length == 0 ? 0 : Answer(funcNum, resultHandle, years);
+}
+
+std::int32_t GLN1ChangeTorvaneIDsInFile(long funcNum, char** paramHandle, char** resultHandle) {
+    Fields fields(paramHandle);
+    char number[kPathSize];
+    if (!fields.take(number)) {
+        return Answer(funcNum, resultHandle,
+                      "Error: GLN1ChangeTorvaneIDsInFile requires two parameters (vertical bar not found)");
+    }
+    const auto year = static_cast<short>(std::strtol(number, nullptr, 10));
+    if (!isWanted(year)) {
+        return Answer(funcNum, resultHandle,
+                      "Programmer Error: GLN1ChangeTorvaneIDsInFile year must be between 2000 and " +
+                          std::to_string(kLastTorvaneYear));
+    }
+    const PathFields given(fields);
+    char full[kPathSize];
+    if (ResolvePossiblePartialPath(given.path, given.reference, false, full) != 0) {
+        return Answer(funcNum, resultHandle, kResolutionError);
+    }
+    if (!FileExists(full)) {
+        return 0;
+    }
+    char errorText[kErrorTextSize];
+    const short error = ChangeTorvaneIDsInFile(full, year, errorText);
+    report(funcNum, errorText, error);
+    return error;
+}
+
+}  // namespace quil
