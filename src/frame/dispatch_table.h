@@ -31,6 +31,7 @@ struct Row {
 
 // The rows of a module, in dispatch order.
 std::span<const Row> GLN1Rows();
+std::span<const Row> GLN1PartnerRows();  // the second half of GLN1
 std::span<const Row> VSTARows();
 std::span<const Row> HBTRows();
 

@@ -2,11 +2,13 @@
 
 #include <iterator>
 
+#include "files/base_directory.h"
 #include "frame/dispatcher.h"
 #include "frame/modules.h"
 #include "frame/strings.h"
 #include "maplayers/sessions.h"
 #include "messaging/hooks.h"
+#include "messaging/transport.h"
 #include "records/records.h"
 #include "screening/model.h"
 #include "util/alerts.h"
@@ -34,6 +36,7 @@ void ResetPlugInState() {
     ResetMapIDs();
     ResetSessions();
     ResetMessaging();
+    ResetBaseDirectory();
 }
 
 // Whatever a hook raises for want of memory, the other modules still have their turn.
@@ -47,6 +50,7 @@ static void runHook(void (*hook)()) noexcept {
 
 std::int32_t Startup() {
     ResetPlugInState();  // also when the host did not shut down before
+    SetOwnResourceFile(gFMX_ExternCallPtr == nullptr ? nullptr : GetPluginBundle());
     for (const ModuleHooks& module : gModules) {
         runHook(module.startup);
     }

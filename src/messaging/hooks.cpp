@@ -4,8 +4,12 @@
 #include <iterator>
 
 #include "frame/modules.h"
+#include "messaging/friends.h"
 #include "messaging/globals.h"
+#include "messaging/message_functions.h"
 #include "messaging/script_queue.h"
+#include "messaging/standard_messages.h"
+#include "messaging/transport.h"
 #include "platform/machine.h"
 
 namespace quil {
@@ -41,12 +45,18 @@ void GLN1_Plugin_Idle() {
 }
 
 void GLN1_Plugin_Shutdown() {
+    SayGoodbyeToAllFriends();
     DisposeDataLists();
+    RemoveIac();  // the host may unload the code from here on
 }
 
 void ResetMessaging() {
     ResetNamedLists();
     ResetScriptQueue();
+    ResetTransport();
+    ResetFriends();
+    ResetStandardMessages();
+    ResetMessageFunctions();
     gLastSentDoScriptTicks = 0;
     sInMessagingPlugin_Idle = 0;
 }

@@ -31,6 +31,8 @@ inline constexpr Status memFullErr = -108;             // out of memory
 inline constexpr Status dirNFErr = -120;               // no such folder
 inline constexpr Status resNotFound = -192;            // no such resource
 inline constexpr Status procNotFound = -600;           // no such process
+inline constexpr Status errAECoercionFail = -1700;     // a parameter is not of the type asked for
+inline constexpr Status errAEDescNotFound = -1701;     // event has no such parameter
 inline constexpr Status errAEEventNotHandled = -1708;  // event (or a parameter of it) was not handled
 inline constexpr Status notAFileErr = -1302;           // a folder, or something else that is not a file
 
