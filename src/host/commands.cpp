@@ -448,6 +448,8 @@ int run(int argc, char** argv) {
         addScreenCommand(app, context);
         addSetsCommand(app, context);
         addMapListCommand(app, context);
+        addYearsCommands(app, context);
+        addPathCommand(app, context);
         addRpcCommand(app, context);
         app.parse(argc, argv);
         if (version) {

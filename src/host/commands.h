@@ -28,12 +28,16 @@ struct Context {
 };
 
 void addCallCommand(CLI::App& app, Context& context);
+void addConsoleCommand(CLI::App& app, Context& context);
 void addFunctionsCommand(CLI::App& app, Context& context);
 void addHelpCommand(CLI::App& app, Context& context);
 void addMapListCommand(CLI::App& app, Context& context);
 void addRpcCommand(CLI::App& app, Context& context);
+void addRunCommand(CLI::App& app, Context& context);
+void addPathCommand(CLI::App& app, Context& context);
 void addScreenCommand(CLI::App& app, Context& context);
 void addSetsCommand(CLI::App& app, Context& context);
+void addYearsCommands(CLI::App& app, Context& context);  // years, renumber
 
 // Completes the machine's options from the environment: the volumes of QUIL_VOLUMES when no --volume was given. Throws
 // HostError for an entry that is wrong.

@@ -63,9 +63,9 @@ PrivateSession::Folder::~Folder() {
     }
 }
 
-PrivateSession::PrivateSession(const Context& context, bool withFolder)
+PrivateSession::PrivateSession(const Context& context, bool withFolder, const MakeFiles& makeFiles)
     : folder_(withFolder),
-      files_(platform::makeLinuxFiles(optionsFor(folder_.path))),
+      files_(makeFiles(optionsFor(folder_.path))),
       resources_(platform::makeBundleResources()),
       machine_(*files_, *resources_, {optionsFor(folder_.path).application}),
       installed_(machine_),

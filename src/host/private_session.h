@@ -2,6 +2,7 @@
 // sees no folder of the user's but one that goes with the session. Also the lists of IDs that filters read.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,8 +16,10 @@ namespace host {
 
 class PrivateSession {
   public:
+    using MakeFiles = std::function<std::unique_ptr<platform::Files>(const platform::LinuxOptions&)>;
+
     // Throws HostError when the plug-in cannot be started. `withFolder`: makes the temporary folder.
-    PrivateSession(const Context& context, bool withFolder);
+    PrivateSession(const Context& context, bool withFolder, const MakeFiles& makeFiles = platform::makeLinuxFiles);
     ~PrivateSession();
     PrivateSession(const PrivateSession&) = delete;
     PrivateSession& operator=(const PrivateSession&) = delete;
@@ -81,6 +84,12 @@ class ProgressLine {
     // To be called often: looks at the clock only now and then.
     void show(std::size_t done, std::size_t total) {
         if (terminal_ && (done & 0xFFF) == 0) {
+            draw(done, total);
+        }
+    }
+    // The same for calls that have work between them.
+    void showNow(std::size_t done, std::size_t total) {
+        if (terminal_) {
             draw(done, total);
         }
     }
