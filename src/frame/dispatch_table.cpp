@@ -16,7 +16,7 @@ struct Table {
     std::size_t count = 0;
 
     Table() {
-        for (const auto rows : {GLN1Rows(), GLN1PartnerRows(), VSTARows(), HBTRows()}) {
+        for (const auto rows : {GLN1Rows(), GLN1PartnerRows(), VSTARows(), MENURows(), HBTRows()}) {
             for (const Row& row : rows) {
                 ordered.at(count++) = &row;
                 std::size_t slot = firstSlot(row.name);

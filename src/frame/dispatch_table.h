@@ -33,6 +33,7 @@ struct Row {
 std::span<const Row> GLN1Rows();
 std::span<const Row> GLN1PartnerRows();  // the second half of GLN1
 std::span<const Row> VSTARows();
+std::span<const Row> MENURows();
 std::span<const Row> HBTRows();
 
 // All rows in dispatch order.

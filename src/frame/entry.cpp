@@ -7,6 +7,7 @@
 #include "frame/modules.h"
 #include "frame/strings.h"
 #include "maplayers/sessions.h"
+#include "menu/menu.h"
 #include "messaging/hooks.h"
 #include "messaging/transport.h"
 #include "records/records.h"
@@ -36,6 +37,7 @@ void ResetPlugInState() {
     ResetMapIDs();
     ResetSessions();
     ResetMessaging();
+    ResetMenu();
     ResetBaseDirectory();
 }
 

@@ -20,9 +20,6 @@ void resetModules() {
 
 // The calculator keeps nothing between calls, and these modules have nothing to start, to do while the host idles, or
 // to stop.
-void MENU_Plugin_Startup() {}
-void MENU_Plugin_Idle() {}
-void MENU_Plugin_Shutdown() {}
 void VSTA_Plugin_Startup() {}
 void VSTA_Plugin_Shutdown() {}
 void HBT_Plugin_Idle() {}

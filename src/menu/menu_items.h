@@ -27,6 +27,7 @@ void InitMyGlobalsHandle();
 char** GetMyGlobalsHandle();
 // The record itself, or null.
 MenuGlobals* GetMenuGlobals();
+void ResetMenuGlobals();  // releases the record
 
 struct MenuItemInfo {
     std::int16_t menuID = 0;

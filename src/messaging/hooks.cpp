@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "frame/modules.h"
+#include "menu/menu.h"
 #include "messaging/friends.h"
 #include "messaging/globals.h"
 #include "messaging/message_functions.h"
@@ -11,6 +12,7 @@
 #include "messaging/standard_messages.h"
 #include "messaging/transport.h"
 #include "platform/machine.h"
+#include "util/running_flag.h"
 
 namespace quil {
 
@@ -24,7 +26,8 @@ void GLN1_Plugin_Startup() {
 }
 
 bool HaveUnprocessedIacOrDoubleClickMessage() {
-    return std::any_of(std::begin(gArchivedIncomingMessageParameterDataNodeList),
+    return HaveDoubleClickString() ||
+           std::any_of(std::begin(gArchivedIncomingMessageParameterDataNodeList),
                        std::end(gArchivedIncomingMessageParameterDataNodeList),
                        [](const DataNode* message) { return message != nullptr; });
 }
@@ -33,7 +36,7 @@ void GLN1_Plugin_Idle() {
     if (sInMessagingPlugin_Idle != 0) {
         return;
     }
-    sInMessagingPlugin_Idle = 1;
+    const RunningFlag running(sInMessagingPlugin_Idle);
     if (HaveUnprocessedIacOrDoubleClickMessage() && !HaveDeferedScript()) {
         char script[256];
         GetGlobalInListAsStr("Handle Message Script", script, sizeof script);
@@ -41,7 +44,6 @@ void GLN1_Plugin_Idle() {
         gLastSentDoScriptTicks = platform::machine().input().ticks();
     }
     ProcessDoScriptQueue();
-    sInMessagingPlugin_Idle = 0;
 }
 
 void GLN1_Plugin_Shutdown() {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "menu/menu_items.h"
 #include "messaging/friends.h"
 #include "messaging/globals.h"
 #include "messaging/message_functions.h"
@@ -30,7 +31,6 @@ char sGeolensZeroYRODLinkMessage[256];         // link, nothing selected
 char sGeolensMoreThanOneYRODLinkMessage[256];  // link, several objects selected
 char sSirocNoChemicalSelectedMessage[256];     // kept, shown by nothing
 
-bool (*gHitStarStarStarScript)(const char* text, bool* hit, bool* queued) = nullptr;  // of the menu module
 
 static constexpr std::int32_t kPartnerNotRunning = -234;
 static constexpr std::int32_t kNoSuchMessage = 1;
@@ -257,10 +257,10 @@ static std::int32_t handleGreeting(OSType sender, OSType parent, DataNode* param
     GetDataFromListAsStr("NCOD", encoding, sizeof encoding, parameters);
     AddFriend(sender, parent, path, hwnd, encoding[0] == 0 ? short{-1} : short{1});
     const std::int32_t status = answer ? GreetFriendAndSendMenus(sender, "OKHI", false) : 0;
-    if (path[0] != 0 && gHitStarStarStarScript != nullptr) {
+    if (path[0] != 0) {
         bool hit = false;
         bool queued = false;
-        gHitStarStarStarScript("", &hit, &queued);
+        HitStarStarStarScriptIfItExists("", &hit, &queued);
     }
     return status;
 }

@@ -77,9 +77,6 @@ std::int32_t SayGoodbye(OSType signature);  // to a partner that runs
 std::int32_t HandleKnownMessage(OSType message, DataNode* parameters, bool* consumed);
 bool HaveFilemakerScriptForMessage(OSType message);
 
-// Queues the script "***" where the menus have one, after a greeting with a path. The menu module sets it; null: none.
-extern bool (*gHitStarStarStarScript)(const char* text, bool* hit, bool* queued);
-
 // Forgets what scripts have set.
 void ResetStandardMessages();
 
