@@ -451,6 +451,8 @@ int run(int argc, char** argv) {
         addYearsCommands(app, context);
         addPathCommand(app, context);
         addRpcCommand(app, context);
+        addRunCommand(app, context);
+        addConsoleCommand(app, context);
         app.parse(argc, argv);
         if (version) {
             Session session(context);

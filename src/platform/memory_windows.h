@@ -76,6 +76,7 @@ class MemoryMenus : public Menus {
     bool itemEnabled(std::int16_t menuID, std::int16_t item) override;
 
     void setMenus(std::map<std::int16_t, Menu> menus) { menus_ = std::move(menus); }
+    void setMenu(std::int16_t menuID, Menu menu) { menus_.insert_or_assign(menuID, std::move(menu)); }
 
   protected:
     std::map<std::int16_t, Menu> menus_;
