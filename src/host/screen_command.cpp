@@ -1,6 +1,4 @@
 // `quil screen`: how far a release reaches.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
@@ -8,12 +6,13 @@
 #include <string>
 
 #include "host/atomic_file.h"
+#include "host/batch_run.h"
 #include "host/commands.h"
+#include "host/footprint_map.h"
 #include "host/screen_plot.h"
 #include "host/screen_report.h"
+#include "host/screen_session.h"
 #include "host/screen_svg.h"
-#include "platform/bundle.h"
-#include "platform/scripted/scripted_machine.h"
 
 namespace host {
 namespace {
@@ -25,86 +24,116 @@ struct ScreenOptions {
     bool json = false;
     bool plot = false;
     std::string svg;
+    std::string at;
+    std::string geojson;
+    std::string kml;
+    std::string batch;
+    std::vector<std::string> table;
+    std::string key;
+    std::string encoding;
 };
 
-// The plug-in on a machine that keeps its alerts instead of showing them.
-class ScreeningSession {
-  public:
-    explicit ScreeningSession(Context& context)
-        : files_(platform::makeLinuxFiles(context.machine)),
-          resources_(platform::makeBundleResources()),
-          machine_(*files_, *resources_, {context.machine.application, context.machine.signature}),
-          previous_(platform::installMachine(&machine_)) {
-        try {
-            plugin_ = std::make_unique<Plugin>(bundleOf(context));
-            if (plugin_->initialize() < 0) {
-                throw HostError(plugin_->bundle().directory + ": the plug-in does not start");
-            }
-        } catch (...) {
-            plugin_.reset();
-            platform::installMachine(previous_);
-            throw;
-        }
-    }
-    ~ScreeningSession() {
-        plugin_.reset();
-        platform::installMachine(previous_);
-    }
-    ScreeningSession(const ScreeningSession&) = delete;
-    ScreeningSession& operator=(const ScreeningSession&) = delete;
-
-    Calculator calculator() {
-        return {[this](std::string_view function, std::string_view parameter) {
-                    Answer answer = plugin_->external(function, parameter);
-                    if (answer.code != 0) {
-                        throw HostError(std::string(function) + " failed with error " + std::to_string(answer.code));
-                    }
-                    return answer.text;
-                },
-                [this] {
-                    std::string messages;
-                    for (const platform::AlertEffect& alert : machine_.takeEffects().alerts) {
-                        messages += (messages.empty() ? "" : " ") + std::string(trimmed(alert.message));
-                    }
-                    std::replace(messages.begin(), messages.end(), '\r', ' ');  // ends a line in an alert
-                    return messages;
-                }};
-    }
-
-  private:
-    std::unique_ptr<platform::Files> files_;
-    std::unique_ptr<platform::Resources> resources_;
-    platform::ScriptedMachine machine_;
-    platform::Machine* previous_;
-    std::unique_ptr<Plugin> plugin_;
-};
-
-// The file's values, then the command line's over them.
-Scenario scenarioOf(const CLI::App& command, const ScreenOptions& options) {
-    Scenario scenario;
-    if (!options.file.empty()) {
-        readScenarioFile(options.file, scenario);
-    }
+// The values that the command line gives, checked.
+std::map<std::string, std::string, std::less<>> givenValues(const CLI::App& command, const ScreenOptions& options) {
+    std::map<std::string, std::string, std::less<>> given;
+    Scenario scratch;
     for (const ScenarioField& field : scenarioFields()) {
         std::string option = "--" + std::string(field.name);
         if (!field.option || command.count(option) == 0) {
             continue;
         }
-        if (field.flag != nullptr) {
-            scenario.*field.flag = options.screening;
-            continue;
-        }
-        std::string problem = setScenarioField(scenario, field, options.values.find(field.name)->second);
-        if (!problem.empty()) {
+        std::string text = field.flag != nullptr ? std::string(options.screening ? "yes" : "no")
+                                                 : options.values.find(field.name)->second;
+        if (std::string problem = setScenarioField(scratch, field, text); !problem.empty()) {
             throw CLI::ValidationError(option, problem);
         }
+        given.emplace(field.name, std::move(text));
     }
-    completeScenario(scenario);
+    return given;
+}
+
+// The file's values, then the command line's over them; not completed.
+Scenario scenarioOf(const CLI::App& command, const ScreenOptions& options) {
+    const auto given = givenValues(command, options);
+    Scenario scenario;
+    if (!options.file.empty()) {
+        readScenarioFile(options.file, scenario);
+    }
+    for (const auto& [name, text] : given) {
+        setScenarioField(scenario, *findScenarioField(name), text);
+    }
     return scenario;
 }
 
+std::optional<GeoPosition> positionOf(const ScreenOptions& options) {
+    if (options.at.empty()) {
+        return std::nullopt;
+    }
+    std::string problem;
+    const std::optional<GeoPosition> position = parsePosition(options.at, problem);
+    if (!position) {
+        throw CLI::ValidationError("--at", problem);
+    }
+    return position;
+}
+
+void writeMaps(const ScreenOptions& options, const Scenario& scenario, const ScreeningResult& result,
+               const GeoPosition& at) {
+    for (const auto& [kind, path] :
+         {std::pair{MapFile::Kind::geojson, &options.geojson}, std::pair{MapFile::Kind::kml, &options.kml}}) {
+        if (!path->empty()) {
+            MapFile map(kind, *path);
+            map.add(scenario, result, at);
+            map.finish();
+        }
+    }
+}
+
+void screenBatch(const CLI::App& command, const ScreenOptions& options, Context& context) {
+    BatchOptions batch;
+    batch.values.options = givenValues(command, options);
+    batch.at = positionOf(options);
+    if (!options.file.empty()) {
+        if (options.file == "-" && options.table.empty() && (options.batch.empty() || options.batch == "-")) {
+            throw CLI::ValidationError("--batch", "standard input (-) can be read only once");
+        }
+        readScenarioFile(options.file, batch.values.file);
+    }
+    batch.geojson = options.geojson;
+    batch.kml = options.kml;
+    batch.key = options.key;
+    batch.encoding = options.encoding == "latin-1"     ? CsvEncoding::latin1
+                     : options.encoding == "mac-roman" ? CsvEncoding::macRoman
+                                                       : CsvEncoding::utf8;
+    ScreeningSession session(context);
+    if (options.table.empty()) {
+        context.status = runCsvBatch(options.batch.empty() ? "-" : options.batch, batch, session.calculator());
+        return;
+    }
+    if (!options.batch.empty() && options.batch != "-") {
+        throw CLI::ValidationError(
+            "--table", "the scenarios come from the database's table, not from \"" + options.batch + "\" too");
+    }
+    if (!options.geojson.empty() || !options.kml.empty()) {
+        throw CLI::ValidationError("--table",
+                                   "maps are drawn from CSV: sqlite3 -csv -header DATABASE \"SELECT ...\" | "
+                                   "quil screen --batch - --geojson FILE");
+    }
+    context.status = runTableBatch(options.table[0], options.table[1], batch, session.calculator(), session.version());
+}
+
 void screen(const CLI::App& command, const ScreenOptions& options, Context& context) {
+    if (command.count("--batch") > 0) {
+        screenBatch(command, options, context);
+        return;
+    }
     Scenario scenario = scenarioOf(command, options);
+    completeScenario(scenario);
+    const std::optional<GeoPosition> at = positionOf(options);
+    if ((!options.geojson.empty() || !options.kml.empty()) && !at) {
+        throw CLI::ValidationError(options.geojson.empty() ? "--kml" : "--geojson",
+                                   "needs to know where the source is: --at LAT,LON");
+    }
     ScreeningSession session(context);
     ScreeningResult result = runScreening(scenario, session.calculator());
     if (result.rejection) {
@@ -121,8 +150,13 @@ void screen(const CLI::App& command, const ScreenOptions& options, Context& cont
         throw HostError("the calculator found no distance, it answered \"" + result.distance + "\"" +
                         (nothing ? ": a --concentration of 0 % releases nothing" : ""));
     }
-    if (!options.svg.empty() && result.footprint) {
-        writeFileWhole(options.svg, drawSvg(scenario, result));
+    if (result.footprint) {
+        if (!options.svg.empty()) {
+            writeFileWhole(options.svg, drawSvg(scenario, result));
+        }
+        if (at) {
+            writeMaps(options, scenario, result, *at);
+        }
     }
     PlotStyle style = plotStyleOfOutput();
     if (options.json) {
@@ -133,7 +167,8 @@ void screen(const CLI::App& command, const ScreenOptions& options, Context& cont
             writeOutput("\n" + drawPlot(scenario, *result.footprint, style));
         }
     }
-    if (!result.footprint && (options.plot || !options.svg.empty())) {
+    const bool drawing = options.plot || !options.svg.empty() || !options.geojson.empty() || !options.kml.empty();
+    if (!result.footprint && drawing) {
         throw HostError("nothing was drawn: " + result.problem);
     }
 }
@@ -159,10 +194,53 @@ void addScreenCommand(CLI::App& app, Context& context) {
         }
     }
     auto* json = command->add_flag("--json", options->json, "Print the answer as JSON")->group("Output");
-    command->add_flag("--plot", options->plot, "Draw the footprint in the terminal")->group("Output")->excludes(json);
-    command->add_option("--svg", options->svg, "Write a picture of the footprint")->type_name("FILE")->group("Output");
+    auto* plot = command->add_flag("--plot", options->plot, "Draw the footprint in the terminal")
+                     ->group("Output")
+                     ->excludes(json);
+    auto* svg = command->add_option("--svg", options->svg, "Write a picture of the footprint")
+                    ->type_name("FILE")
+                    ->group("Output");
+    command->add_option("--at", options->at, "Where the source is, in degrees; north and east count up")
+        ->type_name("LAT,LON")
+        ->group("Map");
+    command->add_option("--geojson", options->geojson, "Write the threat zone for a map, as GeoJSON")
+        ->type_name("FILE")
+        ->group("Map");
+    command->add_option("--kml", options->kml, "The same as KML")->type_name("FILE")->group("Map");
+    auto* batch =
+        command
+            ->add_option("--batch", options->batch,
+                         "Answer every row of a CSV table; its columns are named as the options, \"-\": standard input")
+            ->type_name("FILE")
+            ->expected(0, 1)
+            ->group("Many releases")
+            ->excludes(json)
+            ->excludes(plot)
+            ->excludes(svg);
+    auto* table =
+        command
+            ->add_option("--table", options->table,
+                         "With --batch: the rows of an SQLite database's table or view, answered in its table "
+                         "TABLE_screening")
+            ->type_name("DATABASE TABLE")
+            ->expected(2)
+            ->group("Many releases")
+            ->needs(batch);
+    command->add_option("--key", options->key, "With --table: the column that names a row; else the table's key")
+        ->type_name("COLUMN")
+        ->group("Many releases")
+        ->needs(table);
+    command
+        ->add_option("--encoding", options->encoding,
+                     "With --batch: what the CSV is written in, utf-8, latin-1 or mac-roman; the output is UTF-8")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"utf-8", "latin-1", "mac-roman"}))
+        ->group("Many releases")
+        ->needs(batch)
+        ->excludes(table);
     command->footer(
-        "Values carry their units: --amount \"150 lb\". A value on the command line wins over the file's.\n"
+        "Values carry their units: --amount \"150 lb\". A value on the command line wins over the file's or the "
+        "row's.\n"
         "The wind is always named by where it blows from.");
     command->callback([command, options, &context] { screen(*command, *options, context); });
 }

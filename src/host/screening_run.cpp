@@ -9,7 +9,6 @@
 namespace host {
 namespace {
 
-constexpr std::size_t kLongestParameter = 319;
 constexpr std::size_t kFootprintPoints = 25;
 
 // The field that carries the value which a check with this code rejects.
@@ -51,30 +50,17 @@ std::string_view fieldOfCode(int code) {
     }
 }
 
-std::string number(const std::optional<Measure>& measure) {
-    return measure ? calculatorNumber(*measure) : std::string();
-}
+// The parameter's fields in its order. A measure with keywords for its unit fills two.
+constexpr std::string_view kParameterFields[] = {
+    "screening",      "level-of-concern", "state",         "terrain",    "wind",
+    "amount",         "concentration",    "stability",     "solid-form", "liquid-temperature",
+    "factor-ambient", "factor-boiling",   "factor-molten", "duration",   "dike",
+    "units",
+};
 
-std::string keyword(const std::optional<Measure>& measure) {
-    return measure ? std::string(measure->unit->keyword) : std::string();
-}
-
-// "ERROR 16 TRUE"; none for any other text.
-std::optional<Rejection> parseRejection(std::string_view answer) {
-    constexpr std::string_view prefix = "ERROR ";
-    if (!answer.starts_with(prefix)) {
-        return std::nullopt;
-    }
-    Rejection rejection;
-    const char* end = answer.data() + answer.size();
-    auto [rest, error] = std::from_chars(answer.data() + prefix.size(), end, rejection.code);
-    std::string_view flag(rest, static_cast<std::size_t>(end - rest));
-    if (error != std::errc() || (flag != " TRUE" && flag != " FALSE")) {
-        return std::nullopt;
-    }
-    rejection.correctable = flag == " TRUE";
-    rejection.field = fieldOfCode(rejection.code);
-    return rejection;
+bool hasKeyword(Quantity quantity) {
+    return quantity == Quantity::mass || quantity == Quantity::duration || quantity == Quantity::speed ||
+           quantity == Quantity::area;
 }
 
 bool readNumber(std::string_view& text, double& value) {
@@ -96,6 +82,23 @@ bool readMark(std::string_view& text, char mark) {
 
 }  // namespace
 
+std::optional<Rejection> parseRejection(std::string_view answer) {
+    constexpr std::string_view prefix = "ERROR ";
+    if (!answer.starts_with(prefix)) {
+        return std::nullopt;
+    }
+    Rejection rejection;
+    const char* end = answer.data() + answer.size();
+    auto [rest, error] = std::from_chars(answer.data() + prefix.size(), end, rejection.code);
+    std::string_view flag(rest, static_cast<std::size_t>(end - rest));
+    if (error != std::errc() || (flag != " TRUE" && flag != " FALSE")) {
+        return std::nullopt;
+    }
+    rejection.correctable = flag == " TRUE";
+    rejection.field = fieldOfCode(rejection.code);
+    return rejection;
+}
+
 FootprintPoint Footprint::widest() const {
     auto wider = [](const FootprintPoint& a, const FootprintPoint& b) { return a.halfWidth < b.halfWidth; };
     return points.empty() ? FootprintPoint{} : *std::max_element(points.begin(), points.end(), wider);
@@ -112,33 +115,34 @@ double metersPerUnit(const Scenario& scenario) {
     return scenario.units == "km" ? 1000.0 : 1609.0;
 }
 
+std::span<const std::string_view> parameterFields() {
+    return kParameterFields;
+}
+
+std::string parameterText(const Scenario& scenario, const ScenarioField& field) {
+    if (field.flag != nullptr) {
+        return scenario.*field.flag ? "SCREENING" : "";
+    }
+    if (field.word != nullptr) {
+        return std::string(scenario.*field.word);
+    }
+    if (field.measure == nullptr) {
+        return {};
+    }
+    const std::optional<Measure>& measure = scenario.*field.measure;
+    std::string text = measure ? calculatorNumber(*measure) : std::string();
+    if (hasKeyword(field.quantity)) {
+        text += '|';
+        text += measure ? measure->unit->keyword : std::string_view();
+    }
+    return text;
+}
+
 std::string composeParameter(const Scenario& scenario) {
-    const std::string fields[] = {
-        scenario.screening ? "SCREENING" : "",
-        number(scenario.levelOfConcern),
-        std::string(scenario.state),
-        std::string(scenario.terrain),
-        number(scenario.wind),
-        keyword(scenario.wind),
-        number(scenario.amount),
-        keyword(scenario.amount),
-        number(scenario.concentration),
-        std::string(scenario.stability),
-        std::string(scenario.solidForm),
-        std::string(scenario.liquidTemperature),
-        number(scenario.factorAmbient),
-        number(scenario.factorBoiling),
-        number(scenario.factorMolten),
-        number(scenario.duration),
-        keyword(scenario.duration),
-        number(scenario.dike),
-        keyword(scenario.dike),
-        std::string(scenario.units),
-    };
     std::string parameter;
-    for (const std::string& field : fields) {
-        parameter += parameter.empty() && &field == fields ? "" : "|";
-        parameter += field;
+    for (std::string_view name : kParameterFields) {
+        parameter += name.data() == kParameterFields[0].data() ? "" : "|";
+        parameter += parameterText(scenario, *findScenarioField(name));
     }
     if (parameter.size() > kLongestParameter) {
         throw HostError("the scenario's numbers have more digits than the calculator reads (" +

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,9 +51,17 @@ struct Calculator {
     std::function<std::string()> takeMessages;
 };
 
+// The longest parameter that the calculator reads whole, in bytes.
+inline constexpr std::size_t kLongestParameter = 319;
+// The scenario fields that make the parameter, in its order.
+std::span<const std::string_view> parameterFields();
+// A field as it stands in the parameter; a number whose unit the calculator asks for with '|' and the unit's keyword.
+std::string parameterText(const Scenario& scenario, const ScenarioField& field);
 // The 20 fields, separated by '|'. Throws HostError when they are longer than the calculator reads (319 bytes).
 std::string composeParameter(const Scenario& scenario);
 
+// Reads "ERROR 16 TRUE"; none for any other text. The message stays empty.
+std::optional<Rejection> parseRejection(std::string_view answer);
 // Reads the answer of VSTAGetPlumePoints. None, with `problem` set, for anything but a distance and 25 points that are
 // finite and lie downwind.
 std::optional<Footprint> parseFootprint(std::string_view answer, std::string& problem);

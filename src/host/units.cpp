@@ -210,7 +210,8 @@ std::optional<double> parseDecimal(std::string_view text, std::string& problem) 
     }
     double value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || plainDecimal(value).size() > kLongestNumber) {
+    if (error != std::errc() || end != text.data() + text.size() ||
+        (text.size() >= kLongestNumber && plainDecimal(value).size() > kLongestNumber)) {  // never longer than the text
         problem = "the number has more digits than the calculator reads (" + std::to_string(kLongestNumber) + ")";
         return std::nullopt;
     }
@@ -250,7 +251,8 @@ std::optional<Measure> parseMeasure(Quantity quantity, std::string_view text, st
         for (const Unit& unit : kUnits) {
             if (unit.quantity == quantity && unit.name == spelling.unit) {
                 Measure measure{*value, &unit};
-                if (calculatorNumber(measure).size() > kLongestNumber) {
+                constexpr std::size_t kShift = 4;  // what a change of unit adds to the digits at most
+                if (number.size() + kShift > kLongestNumber && calculatorNumber(measure).size() > kLongestNumber) {
                     problem =
                         "the number has more digits than the calculator reads (" + std::to_string(kLongestNumber) + ")";
                     return std::nullopt;
