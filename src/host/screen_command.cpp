@@ -9,6 +9,8 @@
 #include "host/batch_run.h"
 #include "host/commands.h"
 #include "host/footprint_map.h"
+#include "host/screen_compare.h"
+#include "host/screen_html.h"
 #include "host/screen_plot.h"
 #include "host/screen_report.h"
 #include "host/screen_session.h"
@@ -24,6 +26,8 @@ struct ScreenOptions {
     bool json = false;
     bool plot = false;
     std::string svg;
+    std::string html;
+    std::string compare;
     std::string at;
     std::string geojson;
     std::string kml;
@@ -122,9 +126,29 @@ void screenBatch(const CLI::App& command, const ScreenOptions& options, Context&
     context.status = runTableBatch(options.table[0], options.table[1], batch, session.calculator(), session.version());
 }
 
+void screenComparison(const CLI::App& command, const ScreenOptions& options, Context& context) {
+    const Scenario scenario = scenarioOf(command, options);
+    ScreeningSession session(context);
+    const Comparison comparison = compareScenarios(options.compare, scenario, session.calculator());
+    const bool drawn = std::any_of(comparison.cases.begin(), comparison.cases.end(),
+                                   [](const Comparison::Case& one) { return one.result.footprint.has_value(); });
+    if (!options.svg.empty() && drawn) {
+        writeFileWhole(options.svg, drawComparison(comparison));
+    }
+    writeOutput(options.json ? comparisonJson(comparison) : comparisonText(comparison));
+    if (!comparison.any() || (!options.svg.empty() && !drawn)) {
+        throw HostError("no value of --compare gives " +
+                        std::string(comparison.any() ? "a footprint, nothing was drawn" : "a distance"));
+    }
+}
+
 void screen(const CLI::App& command, const ScreenOptions& options, Context& context) {
     if (command.count("--batch") > 0) {
         screenBatch(command, options, context);
+        return;
+    }
+    if (!options.compare.empty()) {
+        screenComparison(command, options, context);
         return;
     }
     Scenario scenario = scenarioOf(command, options);
@@ -149,6 +173,9 @@ void screen(const CLI::App& command, const ScreenOptions& options, Context& cont
         bool nothing = scenario.concentration && scenario.concentration->value == 0;
         throw HostError("the calculator found no distance, it answered \"" + result.distance + "\"" +
                         (nothing ? ": a --concentration of 0 % releases nothing" : ""));
+    }
+    if (!options.html.empty()) {
+        writeFileWhole(options.html, htmlReport(scenario, result, session.version()));
     }
     if (result.footprint) {
         if (!options.svg.empty()) {
@@ -200,13 +227,25 @@ void addScreenCommand(CLI::App& app, Context& context) {
     auto* svg = command->add_option("--svg", options->svg, "Write a picture of the footprint")
                     ->type_name("FILE")
                     ->group("Output");
+    auto* html = command->add_option("--html", options->html, "Write a page with inputs, answer, picture and sources")
+                     ->type_name("FILE")
+                     ->group("Output");
+    auto* compare = command
+                        ->add_option("--compare", options->compare,
+                                     "The same release over several values of a field, as a table and, with --svg, as "
+                                     "one picture, for example stability=D,E,F")
+                        ->type_name("FIELD=V1,V2,...")
+                        ->group("Output")
+                        ->excludes(plot)
+                        ->excludes(html);
     command->add_option("--at", options->at, "Where the source is, in degrees; north and east count up")
         ->type_name("LAT,LON")
         ->group("Map");
     command->add_option("--geojson", options->geojson, "Write the threat zone for a map, as GeoJSON")
         ->type_name("FILE")
-        ->group("Map");
-    command->add_option("--kml", options->kml, "The same as KML")->type_name("FILE")->group("Map");
+        ->group("Map")
+        ->excludes(compare);
+    command->add_option("--kml", options->kml, "The same as KML")->type_name("FILE")->group("Map")->excludes(compare);
     auto* batch =
         command
             ->add_option("--batch", options->batch,
@@ -216,7 +255,9 @@ void addScreenCommand(CLI::App& app, Context& context) {
             ->group("Many releases")
             ->excludes(json)
             ->excludes(plot)
-            ->excludes(svg);
+            ->excludes(svg)
+            ->excludes(html)
+            ->excludes(compare);
     auto* table =
         command
             ->add_option("--table", options->table,
