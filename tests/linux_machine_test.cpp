@@ -303,10 +303,12 @@ TEST(LinuxClock, TicksPassWhileItWaits) {
 TEST(LinuxProcesses, TheHostIsTheOneThatRuns) {
     support::TemporaryFolder folder;
     support::writeFile(folder.path() / "Host", "");
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere", 1);
     LinuxOptions options;
     options.volumes = {{"Disk", folder.path().string()}};
     options.application = "Disk:Host";
     options.signature = "TEST"_4;
+    options.log = [](const std::string&) {};
     const auto machine = makeLinuxMachine(options);
     Processes& processes = machine->processes();
     ProcessSerialNumber host = noProcess;
@@ -315,7 +317,7 @@ TEST(LinuxProcesses, TheHostIsTheOneThatRuns) {
     EXPECT_EQ(processes.current(host), noErr);
     EXPECT_EQ(processes.next(process), noErr);
     EXPECT_EQ(process, host);
-    EXPECT_EQ(processes.next(process), procNotFound);
+    EXPECT_EQ(processes.next(process), connectionInvalid);
     EXPECT_EQ(process, noProcess);
     ASSERT_EQ(processes.information(host, info), noErr);
     EXPECT_EQ(info.signature, "TEST"_4);
@@ -326,7 +328,7 @@ TEST(LinuxProcesses, TheHostIsTheOneThatRuns) {
     EXPECT_EQ(processes.setFront(host + 1), procNotFound);
     EXPECT_EQ(processes.information(host + 1, info), procNotFound);
     process = host;
-    EXPECT_EQ(processes.launch(info.application, 0, process), procNotFound);
+    EXPECT_EQ(processes.launch(info.application, 0, process), connectionInvalid);
     EXPECT_EQ(process, noProcess);
 }
 
@@ -340,23 +342,44 @@ TEST(LinuxProcesses, AHostThatIsNotNamedIsThisProgram) {
     EXPECT_EQ(machine->files().makeSpec(volume, folder, machine->processes().currentApplicationName(), self), noErr);
 }
 
-TEST(LinuxEvents, ReachTheHostsOwnHandlersAndNoOtherApplication) {
-    const auto events = makeLinuxEvents("TEST"_4);
-    Event event{"QUIL"_4, "AEVT"_4, "TEST"_4, {{"MSSG"_4, "TEXT"_4, "HOLA"}}};
-    EXPECT_EQ(events->send(event), errAEEventNotHandled);
+TEST(LinuxEvents, ReachTheHostsOwnHandlersWhenTheHostHandsThemOut) {
+    std::vector<std::string> log;
+    LinuxOptions options;
+    options.signature = "TEST"_4;
+    options.log = [&log](const std::string& line) { log.push_back(line); };
+    const auto machine = makeLinuxMachine(options);
+    Events& events = machine->events();
+    static std::string handled;
     const EventHandler handler = [](const Event& received, Event&, long reference) {
-        return static_cast<Status>(received.parameters[0].data == "HOLA" ? reference : -1);
+        handled += received.parameters[0].data + std::to_string(reference) + " ";
+        return noErr;
     };
-    EXPECT_EQ(events->installHandler("QUIL"_4, "AEVT"_4, handler, 7), noErr);
-    EXPECT_EQ(events->send(event), 7);
-    EXPECT_EQ(events->installHandler(
-                  "QUIL"_4, "AEVT"_4, [](const Event&, Event&, long) -> Status { throw std::bad_alloc(); }, 0),
-              noErr);
-    EXPECT_EQ(events->send(event), memFullErr);
-    EXPECT_EQ(events->installHandler("QUIL"_4, "AEVT"_4, nullptr, 0), noErr);
-    EXPECT_EQ(events->send(event), errAEEventNotHandled);
-    event.target = "GLN1"_4;
-    EXPECT_EQ(events->send(event), procNotFound);
+    const auto send = [&](const char* text) {
+        return events.send({"misc"_4, "dosc"_4, "TEST"_4, {{"----"_4, "TEXT"_4, text}}});
+    };
+    EXPECT_EQ(events.installHandler("misc"_4, "dosc"_4, handler, 7), noErr);
+    EXPECT_EQ(send("one"), noErr);
+    EXPECT_EQ(send("two"), noErr);
+    EXPECT_EQ(handled, "");
+    events.dispatch();
+    EXPECT_EQ(handled, "one7 two7 ");
+    events.installHandler(
+        "misc"_4, "dosc"_4, [](const Event&, Event&, long) -> Status { throw std::bad_alloc(); }, 0);
+    EXPECT_EQ(send("three"), noErr);
+    events.dispatch();
+    EXPECT_EQ(events.installHandler("misc"_4, "dosc"_4, nullptr, 0), noErr);
+    EXPECT_EQ(send("four"), noErr);
+    events.dispatch();
+    EXPECT_EQ(handled, "one7 two7 ");
+    EXPECT_EQ(send(std::string(std::size_t{16} << 20, 'x').c_str()), paramErr);
+    const std::string large(std::size_t{15} << 20, 'x');
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(send(large.c_str()), noErr);
+    }
+    EXPECT_EQ(send(large.c_str()), bufferIsSmall);
+} << 20), 'x');
+    EXPECT_EQ(send(large.c_str()), noErr);
+    EXPECT_EQ(send(large.c_str()), bufferIsSmall);
 }
 
 }  // namespace

@@ -72,7 +72,7 @@ std::string title(const std::vector<std::string>& performing) {
 
 }  // namespace
 
-Solution::Solution(Context& context, const SolutionOptions& options) : life_(options.seconds, options.console) {
+Solution::Solution(Context& context, const SolutionOptions& options) : life_(options.seconds, options.console), observer_(options.observer) {
     readFolder(options);
     interpreter_ = std::make_unique<Interpreter>(*this);
     interpreter_->protect([&](lua_State* state) {
@@ -159,7 +159,9 @@ void Solution::start(Context& context, const SolutionOptions& options) {
                                            options.readOnly);
     database_->setInterruption([this] { return mustStop(nullptr); });
     try {
+        context.machine.log = [this](const std::string& text) { tell(text); };
         session_ = std::make_unique<Session>(context);
+        context.machine.log = nullptr;  // it has its own
         database_->addFunctions(session_->plugin());
         const std::string schema = folder_ + "/schema.sql";
         if (::access(schema.c_str(), F_OK) == 0) {
@@ -196,7 +198,7 @@ int Solution::live() {
         run("Start");
     }
     while (!life_.over()) {
-        life_.sleepUntil(nextIdle_);
+        life_.sleepUntil(nextIdle_, platform::machine().events().descriptor());
         if (!life_.over()) {
             idle();
         }
@@ -210,7 +212,9 @@ void Solution::idle() {
         lastActive_ = now;
     }
     nextIdle_ = now + kBetweenIdleCalls;
+    platform::machine().events().dispatch();
     plugin().idle(now - lastActive_ < kUserStaysActive ? fmx::kIdleUserNotIdle : fmx::kIdleUserIdle);
+    platform::machine().events().dispatch();  // what the plug-in asked of the host
     while (!requests_.empty() && !life_.over()) {
         const std::string script = std::move(requests_.front());
         requests_.pop_front();
@@ -220,11 +224,15 @@ void Solution::idle() {
 }
 
 bool Solution::mustStop(std::string_view* why) {
+    if (observer_ != nullptr) {
+        observer_->breathe();
+    }
     if (life_.interrupted(why)) {
         return true;
     }
     if (const auto now = Life::Clock::now(); !performing_.empty() && now >= nextIdle_) {
         nextIdle_ = now + kBetweenIdleCalls;
+        platform::machine().events().dispatch();
         plugin().idle(fmx::kIdleScriptRunning);
     }
     return false;
@@ -239,8 +247,14 @@ void Solution::pause(double seconds) {
     const auto end = Life::Clock::now() + std::chrono::duration_cast<Life::Clock::duration>(
                                               std::chrono::duration<double>(std::min(seconds, kLongest)));
     while (Life::Clock::now() < end && !life_.interrupted()) {
+        platform::machine().events().dispatch();
         plugin().idle(fmx::kIdleScriptPaused);
-        life_.sleepUntil(std::min(end, Life::Clock::now() + kBetweenIdleCalls));
+        const auto until = std::min(end, Life::Clock::now() + kBetweenIdleCalls);
+        if (observer_ != nullptr) {
+            observer_->rest(until);
+        } else {
+            life_.sleepUntil(until, platform::machine().events().descriptor());
+        }
     }
     std::string_view why;
     if (life_.interrupted(&why)) {
@@ -277,14 +291,27 @@ std::vector<std::string> Solution::scriptNames() {
 }
 
 bool Solution::run(const std::string& script) {
+    return run(script, {});
+}
+
+bool Solution::run(const std::string& script, const Record& record) {
     if (!hasScript(script)) {
         tell("the solution has no script named " + quoted(script) + didYouMean(nearestNames(script, scriptNames())));
         return false;
     }
-    return transact(script, [&script](lua_State* state) {
+    return transact(script, [&script, &record](lua_State* state) {
         lua_getglobal(state, "scripts");
         lua_getfield(state, -1, script.c_str());
-        lua_call(state, 0, 0);
+        if (record.empty()) {
+            lua_call(state, 0, 0);
+            return;
+        }
+        lua_createtable(state, 0, static_cast<int>(record.size()));
+        for (const auto& field : record) {
+            lua_pushlstring(state, field.second.data(), field.second.size());
+            lua_setfield(state, -2, field.first.c_str());
+        }
+        lua_call(state, 1, 0);
     });
 }
 
@@ -297,6 +324,9 @@ bool Solution::transact(const std::string& name, const std::function<void(lua_St
     nextIdle_ = begun + kBetweenIdleCalls;
     try {
         database_->begin();
+        if (observer_ != nullptr) {
+            observer_->begins(name);
+        }
         try {
             interpreter_->protect(work);
         } catch (const ScriptError&) {
@@ -305,15 +335,24 @@ bool Solution::transact(const std::string& name, const std::function<void(lua_St
             }
         }
         failed_ = performing_;
+        if (observer_ != nullptr) {
+            observer_->ends(true);
+        }
         database_->commit();
     } catch (const HostError& error) {
         failure = error.what();
+        if (observer_ != nullptr) {
+            observer_->ends(false);
+        }
         database_->rollback();
     }
     performing_.clear();
     active_ = true;
     nextIdle_ = Life::Clock::now() + kAfterAScript;
     life_.obeyed();
+    if (observer_ != nullptr) {
+        observer_->ended();
+    }
     if (std::fflush(stdout) != 0 && failure.empty()) {
         failure = std::string("cannot write to standard output: ") + std::strerror(errno);
     }
@@ -388,6 +427,9 @@ std::string Solution::dataFile(const std::string& name) const {
 }
 
 void Solution::print(std::string_view text) {
+    if (observer_ != nullptr) {
+        observer_->prints(text);
+    }
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
         throw HostError(std::string("cannot write to standard output: ") + std::strerror(errno));
     }
@@ -397,6 +439,9 @@ void Solution::tell(const std::string& text) {
     std::fflush(stdout);
     std::fprintf(stderr, "quil: %s\n", text.c_str());
     log(text);
+    if (observer_ != nullptr) {
+        observer_->fails(text);
+    }
 }
 
 void Solution::log(const std::string& text) {

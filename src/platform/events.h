@@ -32,8 +32,14 @@ class Events {
 
     // AEInstallEventHandler; replaces a handler for the same class and id. A null handler removes it.
     virtual Status installHandler(OSType eventClass, OSType eventID, EventHandler handler, long reference) = 0;
-    // AESend without a reply.
+    // AESend without a reply. The receiver's handler runs later, also when that is the host itself.
     virtual Status send(const Event& event) = 0;
+
+    // For the host, whose event loop it is: hands the events that have arrived to their handlers, in order of arrival.
+    // To be called between calls into plug-ins; it does not wait.
+    virtual void dispatch() {}
+    // Readable when dispatch may have work; -1: nothing tells.
+    virtual int descriptor() { return -1; }
 };
 
 }  // namespace platform

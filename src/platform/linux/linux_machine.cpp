@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "platform/bundle.h"
+#include "platform/linux/bus.h"
 #include "platform/linux/linux_managers.h"
 #include "platform/linux/terminal_windows.h"
 #include "platform/memory_windows.h"
@@ -15,11 +16,15 @@ class LinuxMachine : public Machine {
   public:
     explicit LinuxMachine(const LinuxOptions& options)
         : files_(makeLinuxFiles(options)),
-          events_(makeLinuxEvents(options.signature)),
-          processes_(makeLinuxProcesses(*files_, options)),
+          events_(makeLinuxEvents(*files_, options, bus_)),
+          processes_(makeLinuxProcesses(*files_, options, bus_.get())),
           dialogs_(makeTerminalDialogs(*files_, options, options.asksUser ? STDIN_FILENO : -1, STDERR_FILENO)),
           input_(makeLinuxInput()),
           resources_(makeBundleResources()) {}
+
+    ~LinuxMachine() override { bus_.reset(); }  // what it takes in at the end goes to the events
+    LinuxMachine(const LinuxMachine&) = delete;
+    LinuxMachine& operator=(const LinuxMachine&) = delete;
 
     Files& files() override { return *files_; }
     Events& events() override { return *events_; }
@@ -32,6 +37,7 @@ class LinuxMachine : public Machine {
 
   private:
     std::unique_ptr<Files> files_;
+    std::unique_ptr<Bus> bus_;
     std::unique_ptr<Events> events_;
     std::unique_ptr<Processes> processes_;
     std::unique_ptr<Dialogs> dialogs_;

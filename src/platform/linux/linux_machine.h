@@ -1,6 +1,7 @@
 // The machine on Linux: real files, real clock, alerts and choosers in the terminal.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,7 +22,8 @@ struct LinuxOptions {
     std::string application;         // classic path of the host's executable; empty: that of this process
     std::string applicationsFolder;  // classic path, closing ':' or not; empty: `Applications` in the home folder
     OSType signature = "FMP7"_4;     // the host's own
-    bool asksUser = true;            // dialogs ask on standard input when that is a terminal; else they never ask
+    std::function<void(const std::string&)> log;  // lines about messages that were dropped; empty: standard error
+    bool asksUser = true;  // dialogs ask on standard input when that is a terminal; else they never ask
 };
 
 // Reads a volume table: "NAME=DIR" entries, in the form of QUIL_VOLUMES separated by newlines or ';'. Adds to

@@ -15,10 +15,13 @@ std::unique_ptr<Dialogs> makeTerminalDialogs(Files& files, const LinuxOptions& o
 // The clock that counts from start-up and never goes back; no mouse, and the usual double-click time of half a second.
 std::unique_ptr<Input> makeLinuxInput();
 
-// The host is the only application of this machine. `files` must outlive the manager.
-std::unique_ptr<Processes> makeLinuxProcesses(Files& files, const LinuxOptions& options);
+class Bus;
 
-// Events to the host itself are handled at once; there is no other application to send one to.
-std::unique_ptr<Events> makeLinuxEvents(OSType signature);
+// Events to the host itself and, by the bus that this makes, to and from other applications; `bus` stays null in a
+// build that has none. `files` must outlive the manager, and the manager the bus.
+std::unique_ptr<Events> makeLinuxEvents(Files& files, const LinuxOptions& options, std::unique_ptr<Bus>& bus);
+
+// The host and the applications on the bus, which may be null. Both must outlive the manager.
+std::unique_ptr<Processes> makeLinuxProcesses(Files& files, const LinuxOptions& options, Bus* bus);
 
 }  // namespace platform
