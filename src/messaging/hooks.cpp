@@ -26,10 +26,9 @@ void GLN1_Plugin_Startup() {
 }
 
 bool HaveUnprocessedIacOrDoubleClickMessage() {
-    return HaveDoubleClickString() ||
-           std::any_of(std::begin(gArchivedIncomingMessageParameterDataNodeList),
-                       std::end(gArchivedIncomingMessageParameterDataNodeList),
-                       [](const DataNode* message) { return message != nullptr; });
+    return HaveDoubleClickString() || std::any_of(std::begin(gArchivedIncomingMessageParameterDataNodeList),
+                                                  std::end(gArchivedIncomingMessageParameterDataNodeList),
+                                                  [](const DataNode* message) { return message != nullptr; });
 }
 
 void GLN1_Plugin_Idle() {
