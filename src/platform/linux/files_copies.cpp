@@ -319,7 +319,9 @@ int LinuxFiles::finishUpdate(Fork& open) {
         return putInPlace(open);
     }
     ::close(open.descriptor);
-    unlink(open.temporary.c_str());
+    if (!open.temporary.empty()) {
+        unlink(open.temporary.c_str());
+    }
     return error;
 }
 

@@ -271,7 +271,7 @@ Status LinuxFiles::close(FileRef ref) {
     if (given.original >= 0) {
         return statusOf(finishUpdate(given));
     }
-    if (!given.temporary.empty()) {
+    if (!given.target.empty()) {
         return statusOf(putInPlace(given));
     }
     // An interrupted close has closed all the same.

@@ -24,10 +24,22 @@ std::string folderOfPath(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-int Temporary::open(const std::string& folder) {
+static std::string newName(const std::string& folder) {
     static unsigned sNumber = 0;
+    return folder + "/.quil-" + std::to_string(getpid()) + "-" + std::to_string(++sNumber);
+}
+
+int Temporary::open(const std::string& folder) {
+    static const bool canBeNamed = access("/proc/self/fd", X_OK) == 0;
+    if (canBeNamed) {
+        descriptor = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+        if (descriptor >= 0) {
+            path.clear();
+            return 0;
+        }
+    }
     for (;;) {
-        path = folder + "/.quil-" + std::to_string(getpid()) + "-" + std::to_string(++sNumber);
+        path = newName(folder);
         descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor >= 0 || (errno != EEXIST && errno != EINTR)) {
             return descriptor >= 0 ? 0 : errno;
@@ -99,13 +111,14 @@ Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
         return status;
     }
     Fork& open = *slot(ref);
+    std::string target;
     int error = 0;
     try {
         const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
         error = resolved == nullptr || fstat(open.descriptor, &old) != 0 ? errno : 0;
         if (error == 0) {
-            open.target = resolved.get();
-            const std::string folder = folderOfPath(open.target);
+            target = resolved.get();
+            const std::string folder = folderOfPath(target);
             bool inPlace = old.st_nlink > 1 || keepsOthersFiles(folder, old);
             if (!inPlace) {
                 error = temporary.open(folder);
@@ -125,6 +138,7 @@ Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
     } else if (temporary.descriptor >= 0) {
         ::close(std::exchange(open.descriptor, temporary.release()));
         open.temporary = std::move(temporary.path);
+        open.target = std::move(target);
     }
     return statusOf(error);
 }
@@ -162,17 +176,39 @@ Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType ty
     });
 }
 
+// Gives a file without a name one. 0 or errno, with no name.
+static int giveName(int descriptor, const std::string& folder, std::string& name) {
+    const std::string file = "/proc/self/fd/" + std::to_string(descriptor);
+    for (;;) {
+        name = newName(folder);
+        if (linkat(AT_FDCWD, file.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+            return 0;
+        }
+        if (errno != EEXIST) {
+            const int error = errno;
+            name.clear();
+            return error;
+        }
+    }
+}
+
 // Puts complete content in place: on the disk first, where it is to be there, then under its name. 0 or errno.
 int LinuxFiles::putInPlace(const Fork& open) {
     int error = !open.synced || fsync(open.descriptor) == 0 ? 0 : errno;
+    std::string temporary = open.temporary;
+    if (error == 0 && temporary.empty()) {
+        error = giveName(open.descriptor, folderOfPath(open.target), temporary);
+    }
     if (::close(open.descriptor) != 0 && errno != EINTR && error == 0) {
         error = errno;
     }
-    if (error == 0 && rename(open.temporary.c_str(), open.target.c_str()) != 0) {
+    if (error == 0 && rename(temporary.c_str(), open.target.c_str()) != 0) {
         error = errno;
     }
     if (error != 0) {
-        unlink(open.temporary.c_str());
+        if (!temporary.empty()) {
+            unlink(temporary.c_str());
+        }
         return error;
     }
     if (!open.synced) {

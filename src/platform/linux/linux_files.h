@@ -76,8 +76,8 @@ class LinuxFiles : public Files {
         int descriptor = -1;
         bool reads = false;
         bool writes = false;
-        std::string temporary;  // what is open when it is to replace `target`, else empty
-        std::string target;
+        std::string temporary;       // name of what is open when it is to replace `target` and has one
+        std::string target;          // what the content replaces when it is complete, else empty
         bool synced = true;          // content that replaces another is on the disk before it does
         int original = -1;           // in an update: the file as it was, which `descriptor` replaces
         std::int64_t position = 0;   // in an update, for reading and writing

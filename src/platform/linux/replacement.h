@@ -23,14 +23,17 @@ struct Temporary {
     ~Temporary() {
         if (descriptor >= 0) {
             ::close(descriptor);
-            unlink(path.c_str());
+            if (!path.empty()) {
+                unlink(path.c_str());
+            }
         }
     }
     Temporary(const Temporary&) = delete;
     Temporary& operator=(const Temporary&) = delete;
 
     int release() { return std::exchange(descriptor, -1); }
-    // Makes it in a folder, for reading and writing, under a name that nothing else has. 0 or errno.
+    // Makes it in a folder, for reading and writing: without a name (`path` is empty), so that it goes with the process
+    // however that ends, or where there are no such files under a name that nothing else has. 0 or errno.
     int open(const std::string& folder);
 };
 
