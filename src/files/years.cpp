@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 #include "files/base_directory.h"
 #include "files/parameters.h"
@@ -350,9 +351,11 @@ std::int32_t GLN1ChangeTorvaneIDsInFile(long funcNum, char** paramHandle, char**
     }
     const auto year = static_cast<short>(std::strtol(number, nullptr, 10));
     if (!isWanted(year)) {
-        return Answer(funcNum, resultHandle,
-                      "Programmer Error: GLN1ChangeTorvaneIDsInFile year must be between 2000 and " +
-                          std::to_string(kLastTorvaneYear));
+        char text[kErrorTextSize];
+        std::snprintf(text, sizeof text,
+                      "Programmer Error: GLN1ChangeTorvaneIDsInFile year must be between 2000 and %d",
+                      kLastTorvaneYear);
+        return Answer(funcNum, resultHandle, text);
     }
     const PathFields given(fields);
     char full[kPathSize];

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <new>
 
 #include "host/commands.h"
 #include "host/private_session.h"
@@ -54,7 +55,11 @@ class WatchedFiles : public platform::LinuxFiles {
     platform::Status read(platform::FileRef ref, std::span<char> buffer, std::size_t& count) override {
         const platform::Status status = LinuxFiles::read(ref, buffer, count);
         if (ref == update_) {
-            unwritten_.append(buffer.data(), count);
+            try {
+                unwritten_.append(buffer.data(), count);
+            } catch (const std::bad_alloc&) {
+                return platform::memFullErr;
+            }
         }
         watch_.done += count;
         if (watch_.progress != nullptr) {
