@@ -366,14 +366,14 @@ std::string bundleOf(const Context& context) {
     return context.bundle.empty() ? Plugin::defaultBundle() : context.bundle;
 }
 
-Session::InstalledMachine::InstalledMachine(const platform::LinuxOptions& options)
-    : machine(platform::makeLinuxMachine(options)), previous(platform::installMachine(machine.get())) {}
+Session::InstalledMachine::InstalledMachine(const Context& context)
+    : machine(context.makeMachine(context.machine)), previous(platform::installMachine(machine.get())) {}
 
 Session::InstalledMachine::~InstalledMachine() {
     platform::installMachine(previous);
 }
 
-Session::Session(Context& context) : machine_((readEnvironment(context), context.machine)), plugin_(bundleOf(context)) {
+Session::Session(Context& context) : machine_((readEnvironment(context), context)), plugin_(bundleOf(context)) {
     if (const std::string_view problems = plugin_.bundle().problems; !problems.empty()) {
         fail(0, "warning: the bundle's strings are damaged:\n" + std::string(problems.substr(0, problems.size() - 1)));
     }
@@ -433,6 +433,8 @@ void addRpcCommand(CLI::App& app, Context& context) {
 int run(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);  // a file that grows past its limit is an error to tell, not a death
     Context context;
+    context.argc = argc;
+    context.argv = argv;
     CLI::App app("Runs the QUIL plug-in on Linux: script functions, the hazard screening calculator, automation.",
                  "quil");
     app.fallthrough();  // global options may stand after the command's name
@@ -451,8 +453,11 @@ int run(int argc, char** argv) {
         addYearsCommands(app, context);
         addPathCommand(app, context);
         addRpcCommand(app, context);
+        addPartnerCommand(app, context);
+        addTraceCommand(app, context);
         addRunCommand(app, context);
         addConsoleCommand(app, context);
+        addDeskCommand(app, context);
         app.parse(argc, argv);
         if (version) {
             Session session(context);

@@ -6,6 +6,7 @@
 // on standard error as "quil: TEXT" and ends with 1.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,19 +25,27 @@ namespace host {
 struct Context {
     platform::LinuxOptions machine;  // --volume, --application, --applications, --signature
     std::string bundle;              // --plugin; empty: Plugin::defaultBundle()
-    int status = 0;                  // exit status, set by the command
+    // The machine that solutions and functions run on.
+    std::function<std::unique_ptr<platform::Machine>(const platform::LinuxOptions&)> makeMachine =
+        platform::makeLinuxMachine;
+    int argc = 0;                    // the command line, as it was given
+    const char* const* argv = nullptr;
+    int status = 0;  // exit status, set by the command
 };
 
 void addCallCommand(CLI::App& app, Context& context);
 void addConsoleCommand(CLI::App& app, Context& context);
+void addDeskCommand(CLI::App& app, Context& context);
 void addFunctionsCommand(CLI::App& app, Context& context);
 void addHelpCommand(CLI::App& app, Context& context);
 void addMapListCommand(CLI::App& app, Context& context);
+void addPartnerCommand(CLI::App& app, Context& context);
 void addRpcCommand(CLI::App& app, Context& context);
 void addRunCommand(CLI::App& app, Context& context);
 void addPathCommand(CLI::App& app, Context& context);
 void addScreenCommand(CLI::App& app, Context& context);
 void addSetsCommand(CLI::App& app, Context& context);
+void addTraceCommand(CLI::App& app, Context& context);
 void addYearsCommands(CLI::App& app, Context& context);  // years, renumber
 
 // Completes the machine's options from the environment: the volumes of QUIL_VOLUMES when no --volume was given. Throws
@@ -58,7 +67,7 @@ class Session {
 
   private:
     struct InstalledMachine {
-        explicit InstalledMachine(const platform::LinuxOptions& options);
+        explicit InstalledMachine(const Context& context);
         ~InstalledMachine();
         InstalledMachine(const InstalledMachine&) = delete;
         InstalledMachine& operator=(const InstalledMachine&) = delete;

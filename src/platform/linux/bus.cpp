@@ -142,9 +142,10 @@ class SessionBus : public Bus {
     }
 
     Status serve() override {
+        const bool connected = bus_ != nullptr;  // else connecting does it
         const bool before = std::exchange(serving_, true);
         const Status status = connect();
-        if (status == noErr && !before) {
+        if (status == noErr && connected && !before) {
             own();
         }
         return status;
@@ -331,7 +332,8 @@ class SessionBus : public Bus {
 
     void own() {
         const std::string name = partnerName(options_.signature);
-        const int result = sd_bus_request_name(bus_.get(), name.c_str(), SD_BUS_NAME_QUEUE);
+        int result = sd_bus_request_name(bus_.get(), name.c_str(), SD_BUS_NAME_QUEUE);
+        result = result == -EALREADY ? 1 : result;
         owned_ = result > 0;
         if (result < 0) {
             log("the own name cannot be had", name + ": " + std::strerror(-result));
