@@ -6,6 +6,7 @@
 #include <climits>
 #include <functional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -144,10 +145,33 @@ TEST(FHandle, MergeAddsOnlyTheLinesThatAreNotThere) {
         {"", "a\r" + std::string(511, 'n') + "\rb", -345, "a\r\0"s},
     };
     for (const auto& c : cases) {
-        Handle handle(c.list);
-        std::string lines = c.lines;
-        EXPECT_EQ(MergeHandleContents(handle, lines.data()), c.code);
-        EXPECT_EQ(handle.bytes(), c.merged);
+        for (const std::size_t empty : {0, 20}) {  // many lines, be they empty, are looked up in another way
+            Handle handle(c.list);
+            std::string lines = std::string(empty, '\r') + c.lines;
+            EXPECT_EQ(MergeHandleContents(handle, lines.data()), c.code);
+            EXPECT_EQ(handle.bytes(), c.merged);
+        }
+    }
+}
+
+TEST(FHandle, MergesManyLinesAsOneByOne) {
+    std::mt19937 random(20265);
+    for (int round = 0; round < 500; ++round) {
+        std::string texts[2];  // short lines of few letters, often the end of another
+        for (std::string& text : texts) {
+            for (unsigned i = random() % 200; i != 0; --i) {
+                text += "ab\r"[random() % 3];
+            }
+        }
+        Handle together(texts[0]);
+        Handle single(texts[0]);
+        std::string lines = texts[1];
+        EXPECT_EQ(MergeHandleContents(together, lines.data()), 0);
+        std::istringstream pieces(texts[1]);
+        for (std::string piece; std::getline(pieces, piece, '\r');) {
+            EXPECT_EQ(MergeHandleContents(single, piece.data()), 0);
+        }
+        ASSERT_EQ(together.bytes(), single.bytes());
     }
 }
 

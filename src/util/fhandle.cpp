@@ -14,7 +14,6 @@ char gMacReturnString[4];
 
 static constexpr std::int32_t kNullHandle = -1;
 static constexpr std::int32_t kOutOfMemory = -108;
-static constexpr std::int32_t kLineTooLong = -345;
 static constexpr unsigned long kMaxSize = 0xFFFFFFFFUL;
 
 namespace {
@@ -165,34 +164,6 @@ std::int32_t CatHandleContents(char** handle, const char* text) {
         (*handle)[size - 1 + length] = 0;
     } else {
         std::memcpy(*handle + size, text, length);
-    }
-    return 0;
-}
-
-std::int32_t MergeHandleContents(char** handle, char* lines) {
-    if (handle == nullptr || lines == nullptr) {
-        return kNullHandle;
-    }
-    const char* const end = lines + std::strlen(lines);
-    for (char* piece = lines; piece < end;) {
-        char* stop = std::find(piece, const_cast<char*>(end), '\r');
-        *stop = 0;
-        const auto length = static_cast<std::size_t>(stop - piece);
-        if (length > kMaxMergedLine) {
-            return kLineTooLong;
-        }
-        if (length != 0) {
-            char line[kMaxMergedLine + 2];
-            std::memcpy(line, piece, length);
-            line[length] = '\r';
-            line[length + 1] = 0;
-            if (FHandleText(handle).find({line, length + 1}) == std::string_view::npos) {
-                if (const std::int32_t error = CatHandleContents(handle, line); error != 0) {
-                    return error;
-                }
-            }
-        }
-        piece = stop + 1;
     }
     return 0;
 }
