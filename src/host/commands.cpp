@@ -430,36 +430,46 @@ void addRpcCommand(CLI::App& app, Context& context) {
     });
 }
 
+void describeProgram(CLI::App& app, Context& context, ProgramOptions& options) {
+    app.description("Runs the QUIL plug-in on Linux: script functions, the hazard screening calculator, automation.");
+    app.name("quil");
+    app.fallthrough();  // global options may stand after the command's name
+    app.require_subcommand(0, 1);
+    app.set_help_flag("-h,--help", "Explain this program or the command and end");
+    auto* version = app.add_flag("--version", options.version, "Print the plug-in's version (QUIL_Version) and end");
+    app.add_flag("--json", options.versionAsJson, "With --version: build, plug-in and optional parts as JSON")
+        ->needs(version);
+    addGlobalOptions(app, context);
+    addCallCommand(app, context);
+    addFunctionsCommand(app, context);
+    addHelpCommand(app, context);
+    addScreenCommand(app, context);
+    addSetsCommand(app, context);
+    addMapListCommand(app, context);
+    addYearsCommands(app, context);
+    addPathCommand(app, context);
+    addDoctorCommand(app, context);
+    addRpcCommand(app, context);
+    addPartnerCommand(app, context);
+    addTraceCommand(app, context);
+    addRunCommand(app, context);
+    addConsoleCommand(app, context);
+    addDeskCommand(app, context);
+}
+
 int run(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);  // a file that grows past its limit is an error to tell, not a death
     Context context;
     context.argc = argc;
     context.argv = argv;
-    CLI::App app("Runs the QUIL plug-in on Linux: script functions, the hazard screening calculator, automation.",
-                 "quil");
-    app.fallthrough();  // global options may stand after the command's name
-    app.require_subcommand(0, 1);
-    app.set_help_flag("-h,--help", "Explain this program or the command and end");
-    bool version = false;
+    CLI::App app;
+    ProgramOptions options;
     try {
-        app.add_flag("--version", version, "Print the plug-in's version (QUIL_Version) and end");
-        addGlobalOptions(app, context);
-        addCallCommand(app, context);
-        addFunctionsCommand(app, context);
-        addHelpCommand(app, context);
-        addScreenCommand(app, context);
-        addSetsCommand(app, context);
-        addMapListCommand(app, context);
-        addYearsCommands(app, context);
-        addPathCommand(app, context);
-        addRpcCommand(app, context);
-        addPartnerCommand(app, context);
-        addTraceCommand(app, context);
-        addRunCommand(app, context);
-        addConsoleCommand(app, context);
-        addDeskCommand(app, context);
+        describeProgram(app, context, options);
         app.parse(argc, argv);
-        if (version) {
+        if (options.version && options.versionAsJson) {
+            printVersionJson(context);
+        } else if (options.version) {
             Session session(context);
             writeLines(session.plugin().evaluate("QUIL_Version", {}).text);
         } else if (app.get_subcommands().empty()) {

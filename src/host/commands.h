@@ -28,7 +28,7 @@ struct Context {
     // The machine that solutions and functions run on.
     std::function<std::unique_ptr<platform::Machine>(const platform::LinuxOptions&)> makeMachine =
         platform::makeLinuxMachine;
-    int argc = 0;                    // the command line, as it was given
+    int argc = 0;  // the command line, as it was given
     const char* const* argv = nullptr;
     int status = 0;  // exit status, set by the command
 };
@@ -36,6 +36,7 @@ struct Context {
 void addCallCommand(CLI::App& app, Context& context);
 void addConsoleCommand(CLI::App& app, Context& context);
 void addDeskCommand(CLI::App& app, Context& context);
+void addDoctorCommand(CLI::App& app, Context& context);
 void addFunctionsCommand(CLI::App& app, Context& context);
 void addHelpCommand(CLI::App& app, Context& context);
 void addMapListCommand(CLI::App& app, Context& context);
@@ -47,6 +48,18 @@ void addScreenCommand(CLI::App& app, Context& context);
 void addSetsCommand(CLI::App& app, Context& context);
 void addTraceCommand(CLI::App& app, Context& context);
 void addYearsCommands(CLI::App& app, Context& context);  // years, renumber
+
+// What the program does without a command.
+struct ProgramOptions {
+    bool version = false;
+    bool versionAsJson = false;
+};
+
+// Describes the whole command line; the references must live as long as `app`.
+void describeProgram(CLI::App& app, Context& context, ProgramOptions& options);
+
+// `--version --json`.
+void printVersionJson(Context& context);
 
 // Completes the machine's options from the environment: the volumes of QUIL_VOLUMES when no --volume was given. Throws
 // HostError for an entry that is wrong.
