@@ -72,7 +72,8 @@ std::string title(const std::vector<std::string>& performing) {
 
 }  // namespace
 
-Solution::Solution(Context& context, const SolutionOptions& options) : life_(options.seconds, options.console), observer_(options.observer) {
+Solution::Solution(Context& context, const SolutionOptions& options)
+    : life_(options.seconds, options.console), observer_(options.observer) {
     readFolder(options);
     interpreter_ = std::make_unique<Interpreter>(*this);
     interpreter_->protect([&](lua_State* state) {
@@ -296,7 +297,12 @@ bool Solution::run(const std::string& script) {
 
 bool Solution::run(const std::string& script, const Record& record) {
     if (!hasScript(script)) {
-        tell("the solution has no script named " + quoted(script) + didYouMean(nearestNames(script, scriptNames())));
+        const std::string failure =
+            "the solution has no script named " + quoted(script) + didYouMean(nearestNames(script, scriptNames()));
+        tell(failure);
+        if (observer_ != nullptr) {
+            observer_->fails(failure);
+        }
         return false;
     }
     return transact(script, [&script, &record](lua_State* state) {
@@ -357,7 +363,11 @@ bool Solution::transact(const std::string& name, const std::function<void(lua_St
         failure = std::string("cannot write to standard output: ") + std::strerror(errno);
     }
     if (!failure.empty()) {
-        tell(title(failed_) + " failed and its changes were undone:\n" + failure);
+        failure = title(failed_) + " failed and its changes were undone:\n" + failure;
+        tell(failure);
+        if (observer_ != nullptr) {
+            observer_->fails(failure);
+        }
         return false;
     }
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Life::Clock::now() - begun);
@@ -415,6 +425,14 @@ Database& Solution::database() {
     return *database_;
 }
 
+Answer Solution::external(std::string_view function, std::string_view parameter) {
+    Answer answer = plugin().external(function, parameter);
+    if (observer_ != nullptr) {
+        observer_->called(function, parameter, answer.text);
+    }
+    return answer;
+}
+
 std::string Solution::dataFile(const std::string& name) const {
     const std::string path = realPath(folder_ + '/' + name);
     if (path.empty()) {
@@ -439,9 +457,6 @@ void Solution::tell(const std::string& text) {
     std::fflush(stdout);
     std::fprintf(stderr, "quil: %s\n", text.c_str());
     log(text);
-    if (observer_ != nullptr) {
-        observer_->fails(text);
-    }
 }
 
 void Solution::log(const std::string& text) {

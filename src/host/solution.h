@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/commands.h"
@@ -21,6 +22,29 @@
 
 namespace host {
 
+// Whoever shows a solution to its user: told what happens in it. Everything is called on the main thread; nothing here
+// may throw.
+class SolutionObserver {
+  public:
+    virtual ~SolutionObserver() = default;
+    virtual void begins(const std::string& script) = 0;    // its transaction has begun
+    virtual void ends(bool kept) = 0;                      // its last chance before the transaction ends
+    virtual void ended() = 0;                              // the transaction has ended
+    virtual void breathe() = 0;                            // now and then while a script or a statement runs
+    virtual void rest(Life::Clock::time_point until) = 0;  // lets time pass while a script pauses
+    virtual void prints(std::string_view text) = 0;        // UTF-8 from scripts
+    // A script called QUIL_External.
+    virtual void called(std::string_view function, std::string_view parameter, const std::string& answer) = 0;
+    virtual void fails(const std::string& text) = 0;  // what has to be told to the user
+};
+
+// A field of a table whose clicks run a script.
+struct WatchedField {
+    std::string table;
+    std::string column;
+    std::string script;
+};
+
 struct SolutionOptions {
     std::string folder;
     std::string database;  // empty: solution.db in the folder
@@ -28,6 +52,7 @@ struct SolutionOptions {
     bool readOnly = false;
     bool console = false;           // SIGINT interrupts a script and no more
     std::optional<double> seconds;  // how long the host lives at most
+    SolutionObserver* observer = nullptr;
 };
 
 // One of the windows that a solution opens.
@@ -62,9 +87,18 @@ class Solution {
     // When the next one is due.
     Life::Clock::time_point nextIdle() const { return nextIdle_; }
 
+    // One record's fields, by name.
+    using Record = std::vector<std::pair<std::string, std::string>>;
+    // Runs a script with a record as its argument.
+    bool run(const std::string& script, const Record& record);
     bool hasScript(const std::string& name);
     std::vector<std::string> scriptNames();
     const std::string& name() const { return name_; }
+    const std::string& folder() const { return folder_; }
+    const std::vector<WatchedField>& fields() const { return fields_; }
+    Database& records() { return *database_; }  // for whoever shows them, between scripts
+    bool busy() const { return !performing_.empty(); }
+    bool observed() const { return observer_ != nullptr; }
     Interpreter& interpreter() { return *interpreter_; }
 
     // What scripts use.
@@ -72,12 +106,14 @@ class Solution {
     Database& database();  // the same, and outside a script or after its transaction was lost
     Life& life() { return life_; }
     std::string dataFile(const std::string& name) const;  // content of a file in the solution's folder
-    void perform(lua_State* state);                       // lua_call of the script under its arguments
+    Answer external(std::string_view function, std::string_view parameter);
+    void perform(lua_State* state);  // lua_call of the script under its arguments
     void pause(double seconds);
     void openWindow(const SolutionWindow& window);
     void closeWindow(const std::string& title);
     void bringToFront(const std::string& title);
     void setMenu(const platform::Menu& menu);
+    void watchField(const WatchedField& field) { fields_.push_back(field); }
     void print(std::string_view text);
 
     // What the interpreter asks and tells.
@@ -100,6 +136,8 @@ class Solution {
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> log_{nullptr, &std::fclose};
     std::vector<SolutionWindow> windows_;  // before the machine is there
     std::vector<platform::Menu> menus_;
+    std::vector<WatchedField> fields_;
+    SolutionObserver* observer_ = nullptr;
     std::unique_ptr<Database> database_;
     std::unique_ptr<Session> session_;
     std::unique_ptr<Interpreter> interpreter_;

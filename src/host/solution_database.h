@@ -58,6 +58,7 @@ class Database {
     void giveBack(sqlite3_stmt* statement) noexcept;
     // sqlite3_step: true for a row. Throws HostError with SQLite's message.
     bool step(sqlite3_stmt* statement);
+    sqlite3* handle() const { return handle_; }
     std::int64_t changes() const { return sqlite3_changes64(handle_); }
 
   private:

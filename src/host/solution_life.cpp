@@ -70,6 +70,10 @@ void Life::quit(int status) {
     status_ = status;
 }
 
+void Life::interrupt() {
+    sInterrupted = 1;
+}
+
 bool Life::over() const {
     return quit_ || sTerminated != 0 || (sInterrupted != 0 && !interruptsOnly_) || Clock::now() >= end_;
 }

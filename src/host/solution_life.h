@@ -27,6 +27,8 @@ class Life {
     bool over() const;
     // Whether what runs has to end; `why` says it for people.
     bool interrupted(std::string_view* why = nullptr) const;
+    // Interrupts the script that runs, as SIGINT does.
+    void interrupt();
     // The script that was interrupted has ended.
     void obeyed();
 

@@ -29,7 +29,7 @@ int pushAnswer(lua_State* state, const char* function, const Answer& answer) {
 int external(lua_State* state) {
     const std::string_view name = textAt(state, 1);
     const std::string_view parameter = lua_isnoneornil(state, 2) ? std::string_view() : textAt(state, 2);
-    return pushAnswer(state, "QUIL_External", Interpreter::solutionOf(state).plugin().external(name, parameter));
+    return pushAnswer(state, "QUIL_External", Interpreter::solutionOf(state).external(name, parameter));
 }
 
 int version(lua_State* state) {
@@ -149,6 +149,23 @@ int menu(lua_State* state) {
     return 0;
 }
 
+std::string fieldText(lua_State* state, const char* name) {
+    std::size_t size = 0;
+    lua_getfield(state, 1, name);
+    const char* const text = lua_tolstring(state, -1, &size);
+    if (text == nullptr || size == 0) {
+        throw HostError(std::string("a field needs a ") + name + ": field {table=, column=, script=}");
+    }
+    return {text, size};
+}
+
+int field(lua_State* state) {
+    luaL_checktype(state, 1, LUA_TTABLE);
+    Interpreter::solutionOf(state).watchField(
+        {fieldText(state, "table"), fieldText(state, "column"), fieldText(state, "script")});
+    return 0;
+}
+
 int front(lua_State* state) {
     Interpreter::solutionOf(state).bringToFront(std::string(textAt(state, 1)));
     return 0;
@@ -235,7 +252,8 @@ void addHostFunctions(lua_State* state) {
                                      {"pause", guarded<pause>},
                                      {"quit", guarded<quit>},
                                      {"window", guarded<window>},
-                                     {"menu", guarded<menu>}};
+                                     {"menu", guarded<menu>},
+                                     {"field", guarded<field>}};
     for (const luaL_Reg& function : kGlobals) {
         lua_register(state, function.name, function.func);
     }
@@ -245,6 +263,8 @@ void addHostFunctions(lua_State* state) {
                                   {"csv", guarded<csv>},
                                   {nullptr, nullptr}};
     luaL_newlib(state, kHost);
+    lua_pushboolean(state, Interpreter::solutionOf(state).observed());
+    lua_setfield(state, -2, "desk");
     lua_setglobal(state, "host");
 }
 

@@ -41,7 +41,7 @@ class MemoryWindows : public Windows {
     void drawProgress(WindowRef window, const ProgressBox& box) override;
 
     // SelectWindow: puts the window in front of all others.
-    void bringToFront(WindowRef window);
+    virtual void bringToFront(WindowRef window);
     // Replaces the window list, front first. A window with a title that was there before is the same window.
     void setWindows(const std::vector<WindowRecord>& windows);
 
@@ -76,7 +76,8 @@ class MemoryMenus : public Menus {
     bool itemEnabled(std::int16_t menuID, std::int16_t item) override;
 
     void setMenus(std::map<std::int16_t, Menu> menus) { menus_ = std::move(menus); }
-    void setMenu(std::int16_t menuID, Menu menu) { menus_.insert_or_assign(menuID, std::move(menu)); }
+    const std::map<std::int16_t, Menu>& menus() const { return menus_; }
+    virtual void setMenu(std::int16_t menuID, Menu menu) { menus_.insert_or_assign(menuID, std::move(menu)); }
 
   protected:
     std::map<std::int16_t, Menu> menus_;
