@@ -121,8 +121,7 @@ short GuessCanUseUtf8IacFromPath(const char* path) {
 // 0 when a process of the signature runs; the walk ends with -600.
 static std::int32_t Sig2ProcessInfo(OSType signature) {
     platform::ProcessSerialNumber process = platform::noProcess;
-    FSSpec application;
-    return FindRunningAppBySignature(signature, &process, &application);
+    return FindRunningAppBySignature(signature, &process, nullptr);
 }
 
 bool AppIsRunning(OSType signature) {
@@ -131,8 +130,7 @@ bool AppIsRunning(OSType signature) {
 
 static std::int32_t reach(OSType signature, bool* launched, std::uint16_t controlFlags) {
     platform::ProcessSerialNumber process = platform::noProcess;
-    FSSpec application;
-    return SignatureToApp(signature, nullptr, &process, &application, launched, kUseRunning, controlFlags);
+    return SignatureToApp(signature, nullptr, &process, nullptr, launched, kUseRunning, controlFlags);
 }
 
 std::int32_t MakeSureAppIsRunning(OSType signature, bool* launched) {

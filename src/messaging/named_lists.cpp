@@ -302,17 +302,47 @@ static void swapContents(DataNode* a, DataNode* b) {
     std::swap(a->data, b->data);
 }
 
-void SortOutgoingMessageParameters(DataNode* list) {
-    DropListIndex(list);
-    for (bool swapped = list != nullptr; swapped;) {
-        swapped = false;
-        for (DataNode* node = list; node->next != nullptr; node = node->next) {
-            if (NeedToSwitchNodes(node, node->next)) {
-                swapContents(node, node->next);
-                swapped = true;
-            }
-        }
+// Sorts the first `count` nodes, 1 or more, by their links, and ends them there: the node that comes first.
+static DataNode* sortLinks(DataNode* list, long count) {
+    if (count == 1) {
+        list->next = nullptr;
+        return list;
     }
+    DataNode* second = list;
+    for (long i = 0; i < count / 2; ++i) {
+        second = second->next;
+    }
+    second = sortLinks(second, count - count / 2);
+    DataNode* first = sortLinks(list, count / 2);
+    DataNode* sorted = nullptr;
+    DataNode** end = &sorted;
+    while (first != nullptr && second != nullptr) {
+        DataNode*& next = NeedToSwitchNodes(first, second) ? second : first;
+        *end = next;
+        end = &next->next;
+        next = next->next;
+    }
+    *end = first != nullptr ? first : second;
+    return sorted;
+}
+
+void SortOutgoingMessageParameters(DataNode* list) {
+    if (list == nullptr) {
+        return;
+    }
+    DropListIndex(list);
+    DataNode* const first = sortLinks(list, NumDataItemsInList(list));
+    if (first == list) {
+        return;
+    }
+    // The head stays the head: it trades contents and places with the node that came out first.
+    DataNode* before = first;
+    while (before->next != list) {
+        before = before->next;
+    }
+    swapContents(first, list);
+    std::swap(first->next, list->next);
+    (before == first ? list : before)->next = first;
 }
 
 // Deliberately nothing: handles do not move while a message is sent.

@@ -20,14 +20,22 @@ std::int32_t FindRunningAppBySignature(OSType signature, platform::ProcessSerial
         platform::ProcessInfo info;
         platform::Status status = processes.next(*process);
         if (status == platform::noErr) {
+            status = processes.signature(*process, info.signature);
+        }
+        const bool found = status == platform::noErr && info.signature == signature;
+        if (found && application != nullptr) {
             status = processes.information(*process, info);
         }
         if (status != platform::noErr) {
-            application->name[0] = 0;
+            if (application != nullptr) {
+                application->name[0] = 0;
+            }
             return status;
         }
-        if (info.signature == signature) {
-            *application = info.application;
+        if (found) {
+            if (application != nullptr) {
+                *application = info.application;
+            }
             return 0;
         }
     }
@@ -81,8 +89,7 @@ std::int32_t LaunchApplicationFromSpec(OSType signature, const FSSpec& applicati
     if (status != 0) {
         return status;
     }
-    FSSpec found;
-    for (int poll = 0; poll < kPolls && FindRunningAppBySignature(signature, process, &found) != 0; ++poll) {
+    for (int poll = 0; poll < kPolls && FindRunningAppBySignature(signature, process, nullptr) != 0; ++poll) {
         WaitOneSecond();
     }
     *launched = true;
@@ -93,11 +100,15 @@ std::int32_t LaunchApplicationFromSpec(OSType signature, const FSSpec& applicati
 static std::int32_t launchFromPath(OSType signature, const char* path, const FSSpec* document,
                                    platform::ProcessSerialNumber* process, FSSpec* application, bool* launched,
                                    std::uint16_t controlFlags) {
-    if (path[0] == 0 || GetFSSpecFromFullPath(path, application) != platform::noErr) {
+    FSSpec found;
+    if (path[0] == 0 || GetFSSpecFromFullPath(path, &found) != platform::noErr) {
         return kCannotLaunch;
     }
+    if (application != nullptr) {
+        *application = found;
+    }
     AddFriend(signature, signature, path, "", GuessCanUseUtf8IacFromPath(path));
-    return LaunchApplicationFromSpec(signature, *application, document, controlFlags, process, launched);
+    return LaunchApplicationFromSpec(signature, found, document, controlFlags, process, launched);
 }
 
 static std::int32_t useRunning(OSType signature, const FSSpec* document, platform::ProcessSerialNumber process,

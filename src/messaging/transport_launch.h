@@ -20,7 +20,8 @@ inline constexpr std::uint16_t kLaunchDontSwitch = 0x0200;
 inline constexpr std::uint16_t kLaunchNoFileFlags = 0x0800;
 inline constexpr std::uint16_t kLaunchContinue = 0x4000;
 
-// The first process of that signature and the application's file; the file's name is empty when there is none.
+// The first process of that signature and the application's file, whose name is empty when there is none. Without
+// `application` (null) no file is looked up, here and in SignatureToApp.
 std::int32_t FindRunningAppBySignature(OSType signature, platform::ProcessSerialNumber* process, FSSpec* application);
 
 // An open-document event for a process or, without one (0), for a signature. Its direct object, of type 'fss ', is the

@@ -26,7 +26,14 @@ class Processes {
     // GetNextProcess: the process after `process` (noProcess: the first); procNotFound at the end.
     virtual Status next(ProcessSerialNumber& process) = 0;
     virtual Status information(ProcessSerialNumber process, ProcessInfo& info) = 0;  // GetProcessInformation
-    virtual std::string currentApplicationName() = 0;                                // LMGetCurApName
+    // The signature alone, for which no application's file has to be looked up.
+    virtual Status signature(ProcessSerialNumber process, OSType& signature) {
+        ProcessInfo info;
+        const Status status = information(process, info);
+        signature = info.signature;
+        return status;
+    }
+    virtual std::string currentApplicationName() = 0;  // LMGetCurApName
     virtual Status launch(const FSSpec& application, std::uint16_t controlFlags, ProcessSerialNumber& process) = 0;
     virtual Status setFront(ProcessSerialNumber process) = 0;  // SetFrontProcess
 };

@@ -70,6 +70,23 @@ class LinuxProcesses : public Processes {
         });
     }
 
+    Status signature(ProcessSerialNumber process, OSType& signature) override {
+        return guarded([&]() -> Status {
+            BusPartner partner;
+            partner.signature = options_.signature;
+            if (const auto found = known_.find(process); found != known_.end()) {
+                partner.signature = found->second.signature;
+            } else if (process != hostProcess) {
+                const Status status = bus_ == nullptr ? procNotFound : bus_->partner(process, partner);
+                if (status != noErr) {
+                    return status;
+                }
+            }
+            signature = partner.signature;
+            return noErr;
+        });
+    }
+
     std::string currentApplicationName() override try {
         return application_.substr(application_.rfind(':') + 1);
     } catch (const std::bad_alloc&) {

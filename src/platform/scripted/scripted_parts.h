@@ -92,6 +92,7 @@ class ScriptedProcesses : public Processes {
     Status current(ProcessSerialNumber& process) override;
     Status next(ProcessSerialNumber& process) override;
     Status information(ProcessSerialNumber process, ProcessInfo& info) override;
+    Status signature(ProcessSerialNumber process, OSType& signature) override;
     std::string currentApplicationName() override;
     Status launch(const FSSpec& application, std::uint16_t controlFlags, ProcessSerialNumber& process) override;
     Status setFront(ProcessSerialNumber process) override;

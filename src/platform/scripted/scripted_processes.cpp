@@ -67,12 +67,24 @@ Status ScriptedProcesses::next(ProcessSerialNumber& process) {
     return noErr;
 }
 
+Status ScriptedProcesses::signature(ProcessSerialNumber process, OSType& signature) {
+    if (process == kHostProcess) {
+        signature = shared_.options.signature;
+        return noErr;
+    }
+    if (process < kFirstOther || process - kFirstOther >= shared_.state.running.size()) {
+        return procNotFound;
+    }
+    signature = shared_.state.running[process - kFirstOther].signature;
+    return noErr;
+}
+
 Status ScriptedProcesses::information(ProcessSerialNumber process, ProcessInfo& info) {
     RunningApplication application{shared_.options.signature, shared_.options.application};
+    if (const Status status = signature(process, application.signature); status != noErr) {
+        return status;
+    }
     if (process != kHostProcess) {
-        if (process < kFirstOther || process - kFirstOther >= shared_.state.running.size()) {
-            return procNotFound;
-        }
         application = shared_.state.running[process - kFirstOther];
     }
     info.signature = application.signature;
