@@ -126,7 +126,8 @@ class Rules {
             for (const platform::EventParameter& parameter : event.parameters) {
                 const std::string key = codeText(parameter.keyword);
                 lua_pushlstring(state, key.data(), key.size());
-                lua_pushlstring(state, parameter.data.data(), parameter.data.size());
+                const std::string value = platform::utf8Of(parameter.data);
+                lua_pushlstring(state, value.data(), value.size());
                 lua_rawset(state, -3);
             }
             if (lua_pcall(state, 1, 1, 0) != LUA_OK) {
