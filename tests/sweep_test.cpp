@@ -14,7 +14,9 @@
 #include "fmx/host.h"
 #include "frame/dispatch_table.h"
 #include "frame/entry.h"
+#include "messaging/transport.h"
 #include "support/machine_fixture.h"
+#include "support/script_calls.h"
 #include "util/fhandle.h"
 #include "util/file_io.h"
 #include "util/memory.h"
@@ -314,6 +316,73 @@ TEST_F(SweepTest, WantOfMemoryLosesNoChangeOfAGlobalInSilence) {
             ASSERT_FALSE(HasFailure());
             ASSERT_LT(n, 1000);
         }
+    }
+}
+
+// A message is composed and sent, a greeting and a message arrive and are read, with each allocation failing once.
+TEST_F(SweepTest, WantOfMemoryInMessagesLosesThemAtMost) {
+    const platform::OSType partner = quil::StringToOSType("GLN1");
+    machine().state().running = {{partner, "Disk:GEOLENS"}};
+    const std::string list = "LST2|0000000000000001\tTanks\tCoast\r0000000000000001\tTanks\tCoast\r";
+    const auto event = [](std::initializer_list<std::pair<const char*, std::string>> parameters) {
+        platform::Event made;
+        made.eventClass = quil::kQuilEventClass;
+        made.eventID = quil::kQuilEventID;
+        for (const auto& [key, text] : parameters) {
+            made.parameters.push_back({quil::StringToOSType(key), quil::StringToOSType("TEXT"), text, false});
+        }
+        return made;
+    };
+    const platform::Event greeting = event({{"MSSG", "HOLA"}, {"SIGN", "GLN1"}, {"PATH", "Disk:GEOLENS"}});
+    const platform::Event arriving =
+        event({{"MSSG", "TEST"}, {"SIGN", "GLN1"}, {"NAME", "caf\x8E"}, {"LST2", list.substr(5)}});
+    const auto call = [](const char* name, std::string_view parameter) {
+        try {
+            return support::callHandler(quil::FindRow(name)->handler, parameter);
+        } catch (const std::bad_alloc&) {  // the dispatcher's to catch
+            return std::string("(out of memory)");
+        }
+    };
+    bool met = true;
+    for (long n = 0; met; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        callEntry(fmx::kCallShutdown);
+        takeMessages();
+        EXPECT_TRUE(gBuffers->empty()) << "memory was left behind";
+        const long blocksBefore = gMemory.blocks;
+        ASSERT_EQ(callEntry(fmx::kCallInit), fmx::kExtensionVersion);
+        call("GLN1InitIAC", "");
+        call("GLN1SetHandledMessages", "TEST");
+        gMemory.arm(Memory::Mode::once, n);
+        call("GLN1SetParameter", "MSSG|TEST");
+        call("GLN1SetParameter", list);
+        call("GLN1ProcessLST2ParameterForGeolens", "");
+        call("GLN1SendMessageTo", "GLN1");
+        std::int32_t status[2] = {-108, -108};
+        status[0] = machine().deliver(greeting);
+        status[1] = machine().deliver(arriving);
+        const std::string name = call("GLN1GetNextMessage", "");
+        const std::string listed = call("GLN1GetParameterLST2", "LAYERNAME RETURN");
+        met = gMemory.disarm();
+        for (const std::int32_t one : status) {
+            EXPECT_TRUE(one == 0 || one == -108) << one;
+        }
+        if (!met) {
+            EXPECT_EQ(machine().takeEffects().sent.size(), 2U);  // the message and the answer to the greeting
+            EXPECT_EQ(name, "TEST");
+            EXPECT_EQ(listed, "Tanks\rTanks\r");
+        }
+        machine().takeEffects();
+        call("GLN1ClearOutgoingMessage", "");
+        call("GLN1SetParameter", "MSSG|TEST");
+        call("GLN1SendMessageTo", "GLN1");
+        EXPECT_EQ(machine().takeEffects().sent.size(), 1U) << "the next message is not sent";
+        callEntry(fmx::kCallShutdown);
+        machine().takeEffects();
+        EXPECT_EQ(gMemory.blocks, blocksBefore);
+        ASSERT_FALSE(HasFailure());
+        ASSERT_LT(n, 10000);
+        ASSERT_EQ(callEntry(fmx::kCallInit), fmx::kExtensionVersion);
     }
 }
 

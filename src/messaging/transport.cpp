@@ -43,11 +43,16 @@ void RemoveIac() {
 platform::Status HandleQUILEvent(const platform::Event& event, platform::Event& /*reply*/, long /*reference*/) {
     platform::Resources& resources = platform::machine().resources();
     const platform::BundleRef before = sOwnResourceFile == nullptr ? nullptr : resources.useBundle(sOwnResourceFile);
-    static_cast<void>(ArchiveIncomingMessage(event));  // the sender asked for no reply
+    bool outOfMemory = false;
+    try {
+        static_cast<void>(ArchiveIncomingMessage(event));  // the sender asked for no reply
+    } catch (const std::bad_alloc&) {
+        outOfMemory = true;
+    }
     if (sOwnResourceFile != nullptr) {
         resources.useBundle(before);
     }
-    return static_cast<platform::Status>(RequiredCheck(event));
+    return outOfMemory ? platform::memFullErr : static_cast<platform::Status>(RequiredCheck(event));
 }
 
 short EncodingToUseForIac(OSType receiver, OSType message) {

@@ -51,7 +51,7 @@ std::int32_t SendMessageFromOutgoingMessageParameters(OSType receiver, short sel
 // Sends one event; texts are converted to `encoding`. A parameter for which there is no memory is left out.
 std::int32_t myAESend(const AEdata* parameters, std::int16_t count, OSType receiver, short encoding);
 
-// The event handler: -1708 when it left a parameter unread, else 0.
+// The event handler: -1708 when it left a parameter unread, -108 when memory ran out on the way, else 0.
 platform::Status HandleQUILEvent(const platform::Event& event, platform::Event& reply, long reference);
 // Reads a message into the first free slot and does what is to be done at once. It stays there when the solution has a
 // script for it.
