@@ -52,13 +52,26 @@ static bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+// Bit i for the i-th letter of the alphabet.
+static constexpr std::uint32_t letters(std::string_view text) {
+    std::uint32_t bits = 0;
+    for (const char c : text) {
+        bits |= 1U << (c - 'a');
+    }
+    return bits;
+}
+
 short TorvaneYearFromID(const char* text) {
-    static constexpr std::string_view kAfterC = "klmtv";
-    static constexpr std::string_view kAfterF = "ad";
-    static constexpr std::string_view kAfterP = "h";
+    static constexpr std::uint32_t kAfterC = letters("klmtv");
+    static constexpr std::uint32_t kAfterF = letters("ad");
+    static constexpr std::uint32_t kAfterP = letters("h");
     const char first = lower(text[0]);
-    const std::string_view second = first == 'c' ? kAfterC : first == 'f' ? kAfterF : first == 'p' ? kAfterP : "";
-    if (second.find(lower(text[1])) == std::string_view::npos || lower(text[2]) != 't' ||
+    const std::uint32_t allowed = first == 'c' ? kAfterC : first == 'f' ? kAfterF : first == 'p' ? kAfterP : 0;
+    if (allowed == 0) {
+        return 0;
+    }
+    const auto second = static_cast<unsigned char>(lower(text[1]) - 'a');
+    if (second >= 26 || (allowed >> second & 1) == 0 || lower(text[2]) != 't' ||
         text[3] != 'R' ||  // deliberate: a capital only
         text[4] != '2' || text[5] != '0' || !isDigit(text[6]) || !isDigit(text[7])) {
         return 0;

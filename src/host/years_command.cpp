@@ -92,11 +92,15 @@ class WatchedFiles : public platform::LinuxFiles {
   private:
     // Counts the places where the bytes differ from those read; the two digits of one year are one place.
     void compare(std::span<const char> bytes) {
-        constexpr std::size_t kBlock = 256;  // compared at once, since most are equal
+        constexpr std::size_t kBlock = 8;  // compared at once, since most are equal
         const std::size_t count = std::min(bytes.size(), unwritten_.size());
         for (std::size_t block = 0; block < count; block += kBlock) {
             const std::size_t end = std::min(block + kBlock, count);
-            if (std::memcmp(bytes.data() + block, unwritten_.data() + block, end - block) == 0) {
+            std::uint64_t fresh = 0;
+            std::uint64_t old = 0;
+            std::memcpy(&fresh, bytes.data() + block, end - block);
+            std::memcpy(&old, unwritten_.data() + block, end - block);
+            if (fresh == old) {
                 continue;
             }
             for (std::size_t at = block; at < end; ++at) {
