@@ -543,6 +543,26 @@ TEST_F(Programs, AHostTalksWithAPartnerInPython) {
     EXPECT_TRUE(prints("trace", "GLN1 -> FMP7  PONG  SIGN=\"GLN1\""));
 }
 
+TEST_F(Programs, BusctlAloneIsAPartnerEnough) {
+    const Program host({QUIL_BINARY_DIR "/quil", "run", QUIL_SOURCE_DIR "/examples/partners/host", "--database",
+                        folder.file("ping.db"), "--for", "30"},
+                       folder.file("host"));
+    ASSERT_TRUE(waitFor([&] { return processOf("FMP7"_4) != noProcess; }));
+    const auto busctl = [](Lines arguments) {
+        arguments.insert(arguments.begin(), {"busctl", "--user"});
+        return support::run(arguments);
+    };
+    const Lines object = {"org.quil.Partner.FMP7", "/org/quil/Partner/FMP7", "org.quil.Partner1"};
+    EXPECT_EQ(busctl({"get-property", object[0], object[1], object[2], "Version"}).output, "u 1\n");
+    const Outcome shown = busctl({"introspect", object[0], object[1], object[2]});
+    EXPECT_NE(shown.output.find("ssa(say)"), std::string::npos) << shown.output;
+    const Outcome sent = busctl({"call", object[0], object[1], object[2], "Event", "ssa(say)", "QUIL", "AEVT", "3",
+                                 "MSSG", "4",       "80",      "79",      "78",    "71",       "SIGN", "4",    "71",
+                                 "76",   "78",      "49",      "TEXT",    "2",     "104",      "105"});
+    EXPECT_EQ(sent.status, 0) << sent.errors;
+    EXPECT_TRUE(prints("host", "PONG from GLN1: hi"));
+}
+
 TEST_F(Programs, AStandInGreetsAnswersAndSendsWhatIsTyped) {
     ASSERT_EQ(install(), noErr);
     Outcome typed;
