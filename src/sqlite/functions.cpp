@@ -2,6 +2,7 @@
 
 #include <sqlite3ext.h>
 
+#include <climits>
 #include <exception>
 #include <new>
 #include <string_view>
@@ -24,12 +25,23 @@ SQLITE_EXTENSION_INIT1  // NOLINT: SQLite's way to reach its routines
         return {text == nullptr ? "" : text, static_cast<std::size_t>(sqlite3_value_bytes(value))};
     }
 
+    // A text whose end SQLite finds by itself stays where SQLite put it; one that is handed over with its size is moved
+    // once
+    // more when somebody reads it as a terminated text.
+    void setText(sqlite3_context* context, const std::string& text) {
+        if (text.find('\0') == std::string::npos && text.size() <= INT_MAX) {
+            sqlite3_result_text(context, text.c_str(), -1, SQLITE_TRANSIENT);
+        } else {
+            sqlite3_result_text64(context, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        }
+    }
+
     template <class Evaluate>
     void answer(sqlite3_context* context, const char* function, Evaluate evaluate) noexcept {
         try {
             const Answer given = evaluate();
             if (given.code == fmx::kNoError) {
-                sqlite3_result_text64(context, given.text.data(), given.text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+                setText(context, given.text);
             } else if (given.code == fmx::kMemoryError) {
                 sqlite3_result_error_nomem(context);
             } else {
