@@ -56,8 +56,10 @@ for size in "${sizes[@]}"; do
     copy=$(best "cp random copy" "rm -f copy")
     compare "GLN1CopyFile" \
         "$(best "'$quil' --volume Work=. call GLN1CopyFile 'Work:random|Work:copy' > out" "rm -f copy")" "$copy" 1.2
-    yes 'a record CKTR2015 and some more of it, FDTR2003 too' 2> /dev/null | head -c "${size}M" > random
-    compare "renumber" "$(best "'$quil' renumber 2011 random > out" "'$quil' renumber 2012 random > out")" "$copy" 2.5
+    yes 'CKTR2015,12 Harbour Road,Chlorine,7782-50-5,2000 lb,storage tank,north of the plant,reported in March' 2> /dev/null | head -c "${size}M" > random
+    for function in "renumber 2011 random" "--volume Work=. call GLN1ChangeTorvaneIDsInFile '2011|Work:random'"; do
+        compare "change, quil ${function%% *}" "$(best "'$quil' $function > out" "'$quil' renumber 2012 random > out")" "$copy" 2.5
+    done
     echo "memory, $size MB: years $(memory "$quil" years random) KiB, renumber $(memory "$quil" renumber 2010 random) KiB"
     rm -f random copy
 done

@@ -92,18 +92,20 @@ class WatchedFiles : public platform::LinuxFiles {
   private:
     // Counts the places where the bytes differ from those read; the two digits of one year are one place.
     void compare(std::span<const char> bytes) {
-        constexpr std::size_t kBlock = 8;  // compared at once, since most are equal
         const std::size_t count = std::min(bytes.size(), unwritten_.size());
-        for (std::size_t block = 0; block < count; block += kBlock) {
-            const std::size_t end = std::min(block + kBlock, count);
+        std::size_t at = 0;
+        while (at < count) {
             std::uint64_t fresh = 0;
             std::uint64_t old = 0;
-            std::memcpy(&fresh, bytes.data() + block, end - block);
-            std::memcpy(&old, unwritten_.data() + block, end - block);
-            if (fresh == old) {
-                continue;
+            if (count - at >= sizeof fresh) {  // most are equal, a word at a time
+                std::memcpy(&fresh, bytes.data() + at, sizeof fresh);
+                std::memcpy(&old, unwritten_.data() + at, sizeof old);
+                if (fresh == old) {
+                    at += sizeof fresh;
+                    continue;
+                }
             }
-            for (std::size_t at = block; at < end; ++at) {
+            for (const std::size_t end = std::min(at + sizeof fresh, count); at < end; ++at) {
                 if (bytes[at] != unwritten_[at]) {
                     const std::int64_t place = written_ + static_cast<std::int64_t>(at);
                     watch_.changed += place - lastChange_ > 1 ? 1 : 0;
