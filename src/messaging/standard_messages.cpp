@@ -31,7 +31,6 @@ char sGeolensZeroYRODLinkMessage[256];         // link, nothing selected
 char sGeolensMoreThanOneYRODLinkMessage[256];  // link, several objects selected
 char sSirocNoChemicalSelectedMessage[256];     // kept, shown by nothing
 
-
 static constexpr std::int32_t kPartnerNotRunning = -234;
 static constexpr std::int32_t kNoSuchMessage = 1;
 
