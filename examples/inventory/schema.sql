@@ -39,6 +39,19 @@ SELECT inventory.id AS inventory,
        iif(dike_sqft = '', '', 'SQFT') || '|MI' AS parameter
 FROM inventory JOIN chemical ON chemical.name = inventory.chemical;
 
+-- The same in words, as "quil screen" and the desktop's threat zones read releases.
+CREATE VIEW scenario AS
+SELECT chemical, facility.name AS facility, facility.place, container,
+       CASE state WHEN 'G' THEN 'gas' WHEN 'L' THEN 'liquid' ELSE 'solid' END AS state,
+       level_of_concern || ' g/m3' AS level_of_concern,
+       amount || iif(unit = 'KGS', ' kg', ' lb') AS amount,
+       concentration, lower(form) AS solid_form, lower(temperature) AS liquid_temperature,
+       factor_ambient, factor_boiling, factor_molten,
+       iif(state = 'L' OR form = 'MOLTEN', '', '10 min') AS duration,
+       iif(dike_sqft = '', '', dike_sqft || ' ft2') AS dike, 'yes' AS screening
+FROM inventory JOIN chemical ON chemical.name = inventory.chemical JOIN facility ON facility.id = inventory.facility
+ORDER BY inventory.id;
+
 CREATE TABLE screening (
     inventory INTEGER PRIMARY KEY REFERENCES inventory ON DELETE CASCADE,
     distance TEXT NOT NULL,  -- miles as the calculator tells them: "1.9", "< .1" or "> 10"

@@ -7,6 +7,8 @@ signature = "INVT"
 window { title = "Inventory", width = 800, height = 600 }
 menu { title = "Scripts", { "Start", key = "1" }, { "Farthest", key = "2" }, "Reload" }
 
+field { table = "inventory", column = "chemical", script = "Chemical" }
+
 local function load()
     for _, row in ipairs(host.csv("chemicals.csv")) do
         db:exec("INSERT INTO chemical VALUES (:name, :state, :level_of_concern, :factor_ambient, :factor_boiling, "
@@ -47,6 +49,22 @@ function scripts.Farthest()
     end
 end
 
+-- Runs at each click on a chemical; the second one of a double click shows where its properties come from.
+function scripts.Chemical(record)
+    clicked = record.chemical
+    QUIL_External("MENU_SetMenuHandlingScript", "Scripts|Show source")
+    QUIL_External("MENU_WatchForDoubleClick", clicked .. "|" .. clicked)
+end
+
+scripts["Show source"] = function()
+    local chemical = QUIL_External("MENU_GetDoubleClickString")
+    if chemical == "" then
+        chemical = clicked or "Chlorine"
+    end
+    local source = db:value("SELECT source FROM chemical WHERE name = ?", chemical)
+    QUIL_External("GLN1ShowMessage", chemical .. ": " .. (source or "no source is known"))
+end
+
 -- Forgets what was read and reads the files again.
 function scripts.Reload()
     db:exec("DELETE FROM inventory; DELETE FROM facility; DELETE FROM chemical")
@@ -59,5 +77,7 @@ function scripts.Start()
     end
     perform("Screen")
     perform("Farthest")
-    quit()
+    if not host.desk then
+        quit()  -- in a terminal there is nothing more to see
+    end
 end

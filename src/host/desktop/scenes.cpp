@@ -1,0 +1,189 @@
+// Pictures of the windows, made by driving them as a user would.
+#include <QApplication>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QTimer>
+#include <cstdio>
+
+#include "host/desktop/desk.h"
+#include "host/desktop/messages_panel.h"
+#include "host/desktop/solution_window.h"
+#include "host/desktop/start.h"
+#include "host/desktop/threat_zone.h"
+
+namespace host::desktop {
+
+namespace {
+
+class Scenes {
+  public:
+    Scenes(Desk& desk, const std::string& folder) : desk_(desk), folder_(QString::fromStdString(folder)) {}
+
+    void run() {
+        SolutionWindow& window = *desk_.windows().front();
+        settle();
+        save(window, "start");
+        if (window.openTable("inventory")) {
+            window.records().sort(4, Qt::AscendingOrder);
+            window.find("chemical", "ammonia");
+        }
+        save(window, "found-set");
+        window.showForm(true);
+        save(window, "form");
+        window.showForm(false);
+        window.records().showAll();
+        alert();
+        chooser();
+        progress(window);
+        ThreatZone& zone = openThreatZone(desk_);
+        zone.choose(std::min(4, zone.releases() - 1));
+        zone.set("wind-from", "230");
+        save(zone, "threat-zone");
+        MessagesPanel& panel = openMessagesPanel(desk_, true);
+        panel.enter("QUIL_Version()");
+        panel.enter("db:value('SELECT count(*) FROM sqlite_schema')");
+        save(panel, "console");
+        panel.enter("QUIL_External('GLN1SetGlobal', 'Facility|North Water Works')");
+        panel.showTab(4);
+        save(panel, "globals");
+        messages();
+        panel.showTab(1);
+        save(panel, "messages-panel");
+        zone.hide();
+        panel.hide();
+        const Appearance before = appearance();
+        setAppearance(Appearance::dark);
+        window.openTable("inventory");
+        save(window, "dark");
+        zone.show();
+        save(zone, "dark-threat-zone");
+        zone.hide();
+        setAppearance(before);
+    }
+
+    int failures() const { return failures_; }
+
+  private:
+    void settle() {
+        for (int i = 0; i < 5; ++i) {
+            QCoreApplication::sendPostedEvents();
+            QCoreApplication::processEvents();
+        }
+    }
+
+    void save(QWidget& window, const QString& name) {
+        settle();
+        const QString file = folder_ + '/' + name + ".png";
+        if (!window.grab().save(file)) {
+            std::fprintf(stderr, "quil: cannot write %s\n", file.toUtf8().constData());
+            ++failures_;
+        }
+    }
+
+    // Takes the picture of whatever dialog opens, and then closes it.
+    void takeDialog(const QString& name) {
+        auto* timer = new QTimer(qApp);
+        QObject::connect(timer, &QTimer::timeout, qApp, [this, timer, name] {
+            if (QWidget* const dialog = QApplication::activeModalWidget()) {
+                timer->deleteLater();
+                save(*dialog, name);
+                dialog->close();
+            }
+        });
+        timer->start(20);
+    }
+
+    void alert() {
+        platform::Dialog dialog;
+        dialog.items.resize(7);
+        const char* const titles[] = {"Send Again", "Cancel", "Show Map"};
+        for (std::size_t i = 1; i <= 3; ++i) {
+            dialog.item(i).kind = platform::ItemKind::button;
+            dialog.item(i).text = titles[i - 1];
+        }
+        dialog.kind = 'W';
+        dialog.cancelItem = 2;
+        dialog.reference =
+            "The mapping application did not answer. The footprint of \"Acrylonitrile, 80000 lb tank\" was not shown "
+            "on its map.\rSend the message again, or look at the map without it?";
+        dialog.item(5).kind = platform::ItemKind::user;
+        dialog.item(5).draw = [](platform::Dialog& drawn, std::int16_t) {
+            platform::machine().dialogs().drawTextBox(drawn, drawn.reference, {});
+        };
+        dialog.item(6).kind = platform::ItemKind::icon;
+        dialog.item(6).icon = 2;
+        dialog.item(7).kind = platform::ItemKind::staticText;
+        dialog.item(7).text = "Warning";
+        takeDialog("alert");
+        desk_.machine().dialogs().runModal(dialog);
+    }
+
+    void chooser() {
+        platform::Chooser wanted;
+        wanted.kind = platform::Chooser::Kind::write;
+        wanted.title = "Save As";
+        wanted.client = "scenes";
+        wanted.proposed = "submission.zip";
+        platform::Choice choice;
+        platform::Status error = 0;
+        takeDialog("chooser");
+        desk_.machine().dialogs().choose(wanted, choice, error);
+    }
+
+    void progress(SolutionWindow& window) {
+        platform::Windows& windows = desk_.machine().windows();
+        const platform::Rect content = windows.portRect(windows.front());
+        const auto left = static_cast<std::int16_t>((content.right - 400) / 2);
+        const auto top = static_cast<std::int16_t>((content.bottom - 70) / 2);
+        platform::ProgressBox box;
+        box.frame = {top, left, static_cast<std::int16_t>(top + 70), static_cast<std::int16_t>(left + 400)};
+        box.text = "Collecting 12500 found IDs";
+        box.fraction = 0.42;
+        box.erase = true;
+        windows.drawProgress(windows.front(), box);
+        save(window, "progress");
+        desk_.machine().deskWindows().repaint();
+    }
+
+    // A message that the host sends to itself, as a partner would.
+    void messages() {
+        using platform::operator""_4;
+        for (const char* call :
+             {"QUIL_External('GLN1SetHandledMessages', 'SHOW|HILI')", "QUIL_External('GLN1InitIAC')"}) {
+            desk_.evaluate(call);
+        }
+        platform::Event event;
+        event.eventClass = "QUIL"_4;
+        event.eventID = "AEVT"_4;
+        event.target = desk_.context().machine.signature;
+        event.parameters = {{"MSSG"_4, "TEXT"_4, "SHOW", false},
+                            {"SIGN"_4, "TEXT"_4, "GLN1", false},
+                            {"PSIG"_4, "TEXT"_4, "GLN1", false},
+                            {"FNAM"_4, "TEXT"_4, "Inventory", false}};
+        desk_.machine().events().send(event);
+        desk_.machine().events().dispatch();
+    }
+
+    Desk& desk_;
+    QString folder_;
+    int failures_ = 0;
+};
+
+}  // namespace
+
+int runScenes(Desk& desk, const std::string& folder) {
+    QDir().mkpath(QString::fromStdString(folder));
+    Scenes scenes(desk, folder);
+    QTimer::singleShot(0, qApp, [&] {
+        if (desk.solution().hasScript("Start")) {
+            desk.runScript("Start");
+        }
+        scenes.run();
+        desk.quit();
+    });
+    QApplication::exec();
+    return scenes.failures() == 0 ? 0 : 1;
+}
+
+}  // namespace host::desktop
