@@ -1,8 +1,10 @@
 #include "platform/linux/bus_message.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 #include "platform/linux/bus.h"
 #include "platform/linux/bus_names.h"
@@ -62,6 +64,29 @@ static std::string readCode(sd_bus_message* message, const char* what, OSType& c
     return {};
 }
 
+namespace {
+
+// The keywords so far: few, as a rule.
+class Keywords {
+  public:
+    bool add(OSType keyword) {
+        if (few_.size() < 64) {
+            if (std::find(few_.begin(), few_.end(), keyword) != few_.end()) {
+                return false;
+            }
+            few_.push_back(keyword);
+            return true;
+        }
+        return std::find(few_.begin(), few_.end(), keyword) == few_.end() && many_.insert(keyword).second;
+    }
+
+  private:
+    std::vector<OSType> few_;
+    std::unordered_set<OSType> many_;
+};
+
+}  // namespace
+
 std::string readEvent(sd_bus_message* message, Event& event) {
     const char* types = sd_bus_message_get_signature(message, 1);
     if (types == nullptr || std::string_view(types) != eventSignature) {
@@ -78,7 +103,7 @@ std::string readEvent(sd_bus_message* message, Event& event) {
     if (sd_bus_message_enter_container(message, 'a', "(say)") < 0) {
         return "the parameters cannot be read";
     }
-    std::unordered_set<OSType> keywords;
+    Keywords keywords;
     std::size_t size = frameBytes;
     int more = 0;
     while ((more = sd_bus_message_enter_container(message, 'r', "say")) > 0) {
@@ -92,7 +117,7 @@ std::string readEvent(sd_bus_message* message, Event& event) {
         if (sd_bus_message_read_array(message, 'y', &data, &length) < 0 || sd_bus_message_exit_container(message) < 0) {
             return "the parameter \"" + textOfCode(keyword) + "\" cannot be read";
         }
-        if (!keywords.insert(keyword).second) {
+        if (!keywords.add(keyword)) {
             return "the parameter \"" + textOfCode(keyword) + "\" is given twice";
         }
         size += parameterBytes + length;

@@ -185,7 +185,7 @@ class LinuxEvents : public Events {
         }
         waiting_.push_back(std::move(event));
         bytes_ += bytes;
-        if (bus_ != nullptr && waiting_.size() == 1) {
+        if (bus_ != nullptr && waiting_.size() == 1 && !dispatching_) {
             bus_->setWaiting(true);
         }
         return true;

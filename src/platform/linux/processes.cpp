@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <map>
+#include <optional>
 
 #include "platform/linux/bus.h"
 #include "platform/linux/errors.h"
@@ -45,9 +46,16 @@ class LinuxProcesses : public Processes {
     // well.
     Status information(ProcessSerialNumber process, ProcessInfo& info) override {
         return guarded([&]() -> Status {
+            if (process == hostProcess && !host_) {
+                ProcessInfo own{options_.signature, currentApplicationName(), {}};
+                if (specify(application_, own.application)) {
+                    host_ = own;  // a running program stays where it is
+                }
+                info = own;
+                return noErr;
+            }
             if (process == hostProcess) {
-                info = {options_.signature, currentApplicationName(), {}};
-                specify(application_, info.application);
+                info = *host_;
                 return noErr;
             }
             if (const auto found = known_.find(process); found != known_.end()) {
@@ -144,17 +152,20 @@ class LinuxProcesses : public Processes {
         return path;
     }
 
-    void specify(const std::string& classicPath, FSSpec& application) {
+    bool specify(const std::string& classicPath, FSSpec& application) {
         FSSpec found;
-        if (!classicPath.empty() && files_.makeSpec(0, 0, classicPath, found) == noErr) {
-            application = found;
+        if (classicPath.empty() || files_.makeSpec(0, 0, classicPath, found) != noErr) {
+            return false;
         }
+        application = found;
+        return true;
     }
 
     Files& files_;
     LinuxOptions options_;
     std::string application_;  // classic path
     Bus* bus_;
+    std::optional<ProcessInfo> host_;
     std::map<ProcessSerialNumber, ProcessInfo> known_;  // numbers are never used twice
 };
 
