@@ -11,6 +11,7 @@
 
 namespace platform {
 
+static constexpr std::size_t usualParameters = 24;
 static constexpr std::size_t frameBytes = 64;      // of the message itself
 static constexpr std::size_t parameterBytes = 32;  // of a parameter, beside its data
 
@@ -104,6 +105,7 @@ std::string readEvent(sd_bus_message* message, Event& event) {
         return "the parameters cannot be read";
     }
     Keywords keywords;
+    event.parameters.reserve(usualParameters);
     std::size_t size = frameBytes;
     int more = 0;
     while ((more = sd_bus_message_enter_container(message, 'r', "say")) > 0) {
@@ -127,7 +129,10 @@ std::string readEvent(sd_bus_message* message, Event& event) {
         if (event.parameters.size() == mostParameters) {
             return "it has more than " + std::to_string(mostParameters) + " parameters";
         }
-        event.parameters.push_back({keyword, "TEXT"_4, {static_cast<const char*>(data), length}, false});
+        EventParameter& parameter = event.parameters.emplace_back();
+        parameter.keyword = keyword;
+        parameter.type = "TEXT"_4;
+        parameter.data.assign(static_cast<const char*>(data), length);
     }
     return more < 0 || sd_bus_message_exit_container(message) < 0 ? "the parameters cannot be read" : "";
 }

@@ -150,10 +150,10 @@ class LinuxEvents : public Events {
             const auto end = Clock::now() + kAtOnce;
             // Those that arrive meanwhile come in the next round.
             for (std::size_t count = waiting_.size(); count > 0 && Clock::now() < end; --count) {
-                const ArrivedEvent event = std::move(waiting_.front());
+                ArrivedEvent event = std::move(waiting_.front());
                 waiting_.pop_front();
                 bytes_ -= bytesOf(event.event);
-                const Status status = guarded([&] { return handle(event); });
+                const Status status = guarded([&] { return handle(event.event); });
                 if (event.answer) {
                     event.answer(status);
                 }
@@ -191,8 +191,7 @@ class LinuxEvents : public Events {
         return true;
     }
 
-    Status handle(const ArrivedEvent& arrived) {
-        Event event = arrived.event;
+    Status handle(Event& event) {
         if (event.eventClass == "aevt"_4 && event.eventID == "odoc"_4 && !specify(event)) {
             return fnfErr;
         }
