@@ -446,10 +446,10 @@ TEST_F(BusTest, LaunchesApplications) {
         ProcessSerialNumber process = noProcess;
         return machine->processes().launch(spec, 0x4200, process);
     };
-    for (const auto& [path, signature] : {std::pair{"One.app", "ONE1"_4}, {"two", "TWO2"_4}, {"three", "TRE3"_4}}) {
-        EXPECT_EQ(launch(path), noErr) << path;
-        EXPECT_TRUE(waitFor([&] { return processOf(signature) != noProcess; })) << path;
-        EXPECT_EQ(send(signature, "HOLA"), noErr);
+    for (const auto& one : {std::pair{"One.app", "ONE1"_4}, {"two", "TWO2"_4}, {"three", "TRE3"_4}}) {
+        EXPECT_EQ(launch(one.first), noErr) << one.first;
+        EXPECT_TRUE(waitFor([&] { return processOf(one.second) != noProcess; })) << one.first;
+        EXPECT_EQ(send(one.second, "HOLA"), noErr);
     }
     EXPECT_EQ(launch("dbus-1"), fnfErr);
     EXPECT_EQ(launch("plain"), permErr);
@@ -465,6 +465,22 @@ TEST_F(BusTest, LaunchesApplications) {
         }
         kill(found.pid, SIGTERM);
     }
+}
+
+TEST_F(BusTest, EndsInTheMiddleOfABurstWithoutLosingIt) {
+    const auto slow = partner("SLOW"_4);
+    for (int i = 0; i < 900; ++i) {
+        ASSERT_EQ(send("SLOW"_4, std::string(10000, 'x')), noErr);
+    }
+    EXPECT_EQ(send("SLOW"_4, "BYE "), noErr);
+    const auto start = Clock::now();
+    machine.reset();
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
+    ASSERT_TRUE(waitFor([&] {
+        slow->bus->pump();
+        return slow->events.size() == 901;
+    }));
+    EXPECT_EQ(textOf(slow->events[900].event), "MSSG=BYE ");
 }
 
 TEST_F(BusTest, TwoHostsOfOneSignatureTakeTurns) {
