@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -305,7 +306,8 @@ InterruptWatch::InterruptWatch() {
     interruptingSignal = 0;
     struct sigaction action = {};
     action.sa_handler = onSignal;
-    action.sa_flags = SA_RESETHAND;  // no SA_RESTART: a read that waits is woken; a second signal ends the program
+    action.sa_flags =
+        static_cast<int>(SA_RESETHAND);  // no SA_RESTART: a read that waits is woken; a second signal ends the program
     for (std::size_t i = 0; i < std::size(kSignals); ++i) {
         sigaction(kSignals[i], &action, &previous_[i]);
         if (previous_[i].sa_handler == SIG_IGN) {
@@ -352,7 +354,7 @@ void BatchProgress::show(std::size_t rows, double done) {
         constexpr std::size_t kWidth = 24;
         const double part = std::min(done / total_, 1.0);
         const auto full = static_cast<std::size_t>(part * kWidth);
-        const auto left = static_cast<long>(seconds / part - seconds + 0.5);
+        const auto left = std::lround(seconds / part - seconds);
         char clock[32];
         std::snprintf(clock, sizeof clock, "%ld:%02ld:%02ld left", left / 3600, left / 60 % 60, left % 60);
         line = "[" + std::string(full, '#') + std::string(kWidth - full, '.') + "] " +

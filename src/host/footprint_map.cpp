@@ -35,7 +35,7 @@ double area(const GeoRing& ring) {
 
 // Rounded to 1e-7 degrees, about a centimetre; without repeated corners, closed, counterclockwise. Empty when nothing
 // is left.
-GeoRing closed(GeoRing ring) {
+GeoRing closed(const GeoRing& ring) {
     GeoRing result;
     for (GeoPosition p : ring) {
         p.latitude = std::clamp(std::round(p.latitude * 1e7) / 1e7, -90.0, 90.0) + 0.0;
@@ -190,8 +190,8 @@ GeoArea onMap(const GeoRing& corners) {
                 for (GeoPosition& p : piece) {
                     p.longitude -= 360.0 * turn;
                 }
-                if (piece = closed(std::move(piece)); !piece.empty()) {
-                    result.push_back(std::move(piece));
+                if (const GeoRing whole = closed(piece); !whole.empty()) {
+                    result.push_back(whole);
                 }
             }
         }
