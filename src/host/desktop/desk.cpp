@@ -462,7 +462,9 @@ void Desk::idle() {
     }
     if (!solution_->life().over() && !solution_->life().interrupted()) {
         const Working working(*this, {});
+        idling_ = true;
         solution_->idle();
+        idling_ = false;
     }
     if (solution_->life().over() || solution_->life().interrupted()) {
         quit();
@@ -595,8 +597,15 @@ void Desk::called(std::string_view function, std::string_view parameter, const s
     messages_.called(function, parameter, answer);
 }
 
+// What fails again and again without the user's doing, such as a script that every message asks for, is told once.
 void Desk::fails(const std::string& text) {
-    fail(QString::fromStdString(platform::utf8Of(text)));
+    const QString failure = QString::fromStdString(platform::utf8Of(text));
+    if (idling_ && failure == lastIdleFailure_) {
+        prints("quil: " + text + '\n');
+        return;
+    }
+    lastIdleFailure_ = idling_ ? failure : QString();
+    fail(failure);
 }
 
 // Input of the user while something works.

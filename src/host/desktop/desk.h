@@ -118,6 +118,7 @@ class Desk : public QObject, public SolutionObserver {
     bool scriptOpen_ = false;
     bool breathing_ = false;
     bool idling_ = false;
+    QString lastIdleFailure_;
     bool closing_ = false;
     bool menusStale_ = false;
     bool shown_ = false;  // what works is shown, with "Cancel"

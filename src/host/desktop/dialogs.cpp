@@ -4,6 +4,7 @@
 #include <QDialog>
 #include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFontMetrics>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -73,7 +74,7 @@ QLabel* plainLabel(const QString& text, QWidget* parent) {
 
 // A word that is longer than the line could not be wrapped, and would be cut: it gets places to break at.
 QString breakable(const QString& text) {
-    constexpr int kLongestWord = 40;
+    constexpr int kLongestWord = 20;
     QString result;
     int word = 0;
     for (const QChar c : text) {
@@ -257,7 +258,7 @@ platform::ChooserOutcome DeskDialogs::choose(const platform::Chooser& chooser, p
     }
     while (dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty()) {
         const QString file = dialog.selectedFiles().constFirst();
-        settings.setValue(key, dialog.directory().absolutePath());
+        settings.setValue(key, QFileInfo(file).absolutePath());
         const std::string classic = platform::classicPathOf(options_, file.toStdString());
         platform::FSSpec spec;
         const platform::Status status = classic.empty() ? platform::nsvErr : files_.makeSpec(0, 0, classic, spec);

@@ -21,6 +21,7 @@ class Scenes {
     Scenes(Desk& desk, const std::string& folder) : desk_(desk), folder_(QString::fromStdString(folder)) {}
 
     void run() {
+        dismiss();
         SolutionWindow& window = *desk_.windows().front();
         settle();
         save(window, "start");
@@ -81,14 +82,27 @@ class Scenes {
         }
     }
 
+    // Nobody is there to answer what was not expected.
+    void dismiss() {
+        auto* timer = new QTimer(qApp);
+        QObject::connect(timer, &QTimer::timeout, qApp, [this] {
+            if (QWidget* const dialog = taking_ ? nullptr : QApplication::activeModalWidget()) {
+                dialog->close();
+            }
+        });
+        timer->start(100);
+    }
+
     // Takes the picture of whatever dialog opens, and then closes it.
     void takeDialog(const QString& name) {
+        taking_ = true;
         auto* timer = new QTimer(qApp);
         QObject::connect(timer, &QTimer::timeout, qApp, [this, timer, name] {
             if (QWidget* const dialog = QApplication::activeModalWidget()) {
                 timer->deleteLater();
                 save(*dialog, name);
                 dialog->close();
+                taking_ = false;
             }
         });
         timer->start(20);
@@ -168,6 +182,7 @@ class Scenes {
     Desk& desk_;
     QString folder_;
     int failures_ = 0;
+    bool taking_ = false;  // of a picture of a dialog
 };
 
 }  // namespace
