@@ -161,6 +161,7 @@ TEST_F(Files, ACopyHasContentTypeCreatorAndPermissionsAndReplacesEvenALockedFile
         {"Disk:Docs:pipe|Disk:x", "Error: hgetfinfo failed."},
         {"Disk:Docs:|Disk:x", "Error: hgetfinfo failed."},
         {"Disk:Docs:source|Disk:Docs:a", "Error: HCreate failed."},
+        {"Disk:Docs:source|Disk:Docs:pipe", "Error: HCreate failed."},
         {"Disk:Docs:source|Disk:None:x", "Error: HCreate failed."},
         {"Disk:Docs:source|", "Error: HCreate failed."},
     };
@@ -340,6 +341,13 @@ TEST_F(Files, TextsAreWrittenWholeWithAByteOrderMarkWhenAsked) {
     EXPECT_TRUE(alerts().empty());
     EXPECT_EQ(script(GLN1WriteTextToFile, "Nope:x:y|text"), "");
     EXPECT_EQ(alerts().size(), 2U);
+    ASSERT_EQ(mkfifo(posix("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(script(GLN1WriteTextToFile, "Disk:pipe|text"), "");
+    EXPECT_TRUE(fs::is_fifo(posix("pipe"))) << "only a file gives way to a new one";
+    fs::create_symlink("out", posix("link"));
+    chmod(posix("out").c_str(), 0400);
+    EXPECT_EQ(script(GLN1WriteTextToFile, "Disk:link|text"), "");
+    EXPECT_TRUE(fs::is_symlink(posix("link"))) << "what it leads to is locked";
 }
 
 TEST_F(Files, FoldersAreListedPathsConvertedAndTheRestAnswersAsFixed) {

@@ -60,7 +60,7 @@ class Files {
     // place at once, with the old file's permissions, owner and Finder information.
     virtual Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) = 0;
     // HDelete, where there is a file, HCreate and HOpenDF: an empty fork for writing. As above, the old file
-    // goes when this one is closed. notAFileErr for a folder, fLckdErr, permErr, dirNFErr.
+    // goes when this one is closed. notAFileErr for a folder, a device or a pipe, fLckdErr, permErr, dirNFErr.
     virtual Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) = 0;
     // HOpenDF for reading and writing, for a file that is rewritten from its start to its end. Where the file system
     // allows it, the file stays as it was until the fork is closed; then all that was written takes its place at once,
@@ -68,7 +68,7 @@ class Files {
     virtual Status openForUpdate(const FSSpec& spec, FileRef& ref) = 0;
     // HRstFLock, HDelete and HCreate of the file that the fork `source` is copied to. What was there, a locked file or
     // a link itself, stays until the copy is closed, and after discard. The copy gets the source's permissions and the
-    // rest of its Finder information too. notAFileErr for a folder, permErr, dirNFErr.
+    // rest of its Finder information too. notAFileErr for a folder, a device or a pipe, permErr, dirNFErr.
     virtual Status createCopy(FileRef source, const FSSpec& spec, OSType creator, OSType type, FileRef& ref) = 0;
     // HOpenDF, for writing, of what createCopy made.
     virtual Status openCopy(FileRef ref) = 0;
@@ -81,7 +81,7 @@ class Files {
     // Reads up to buffer.size() bytes, fewer only at the end of the file (then eofErr with `count` set).
     virtual Status read(FileRef ref, std::span<char> buffer, std::size_t& count) = 0;
     virtual Status write(FileRef ref, std::span<const char> bytes, std::size_t& count) = 0;
-    // Content that replaces a file's is in its place after noErr, and gone after any other status. That of openPosix and
+    // Content that replaces a file's is in its place after noErr, gone after any other status. That of openPosix and
     // replaceDataFork is on the disk then; copies and updates, which may be large, the system writes in its own time.
     virtual Status close(FileRef ref) = 0;
     // Closes; content that would replace a file's is dropped and the file stays as it was.

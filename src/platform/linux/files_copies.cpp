@@ -136,7 +136,7 @@ Status LinuxFiles::createCopy(FileRef source, const FSSpec& spec, OSType creator
         }
         const std::string folder = folderOfPath(found.path);
         if (status == noErr) {
-            if (found.folder == nullptr || S_ISDIR(found.item.st_mode)) {
+            if (found.folder == nullptr || !isFileOrLink(found.item)) {
                 return notAFileErr;
             }
             if (keepsOthersFiles(folder, found.item)) {

@@ -57,6 +57,10 @@ bool keepsOthersFiles(const std::string& folder, const struct stat& file) {
            status.st_uid != geteuid() && file.st_uid != geteuid();
 }
 
+bool isFileOrLink(const struct stat& item) {
+    return S_ISREG(item.st_mode) || S_ISLNK(item.st_mode);
+}
+
 // Copies the extended attributes, Finder information and access lists among them. 0, or errno when the Finder
 // information could not be kept; others stay behind where the file system will not have them.
 static int copyAttributes(int from, int to) {
@@ -143,7 +147,7 @@ Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
     return statusOf(error);
 }
 
-// Here a link itself gives way, as it would be deleted.
+// Here a link itself gives way, as it would be deleted, unless what it leads to is kept from writing.
 Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) {
     return guarded([&] {
         Place found;
@@ -151,11 +155,17 @@ Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType ty
         if (status != noErr && status != fnfErr) {
             return status;
         }
-        if (status == noErr && (found.folder == nullptr || S_ISDIR(found.item.st_mode))) {
-            return notAFileErr;
-        }
-        if (status == noErr && isLocked(found.item)) {
-            return fLckdErr;
+        if (status == noErr) {
+            struct stat item = found.item;
+            if (S_ISLNK(item.st_mode) && stat(found.path.c_str(), &item) != 0) {
+                item = found.item;
+            }
+            if (found.folder == nullptr || !isFileOrLink(item)) {
+                return notAFileErr;
+            }
+            if (isLocked(item)) {
+                return fLckdErr;
+            }
         }
         status = newReference(ref);
         if (status != noErr) {
