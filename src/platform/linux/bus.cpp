@@ -17,6 +17,7 @@
 #include "platform/linux/bus_connection.h"
 #include "platform/linux/bus_message.h"
 #include "platform/linux/bus_names.h"
+#include "platform/linux/bus_receiver.h"
 #include "platform/linux/errors.h"
 
 namespace platform {
@@ -33,7 +34,6 @@ constexpr std::uint64_t kMostMessages = 1024;  // that a partner has not taken
 constexpr std::uint64_t kMostBytes = 2 * std::uint64_t{largestEvent};
 constexpr std::uint64_t kAskAfterMessages = 64;  // whether they were taken
 constexpr std::uint64_t kAskAfterBytes = std::uint64_t{1} << 20;
-constexpr std::uint32_t kProtocolVersion = 1;
 
 Status statusOfBus(int result) {
     switch (-result) {
@@ -48,26 +48,6 @@ Status statusOfBus(int result) {
         default:
             return connectionInvalid;
     }
-}
-
-std::string senderOf(sd_bus_message* message) {
-    const char* sender = sd_bus_message_get_sender(message);
-    return sender == nullptr ? "?" : sender;
-}
-
-// Answers the sender, where it waits for one.
-void answerWith(sd_bus_message* message, Status status) {
-    if (sd_bus_message_get_expect_reply(message) <= 0) {
-        return;
-    }
-    if (status == noErr) {
-        sd_bus_reply_method_return(message, nullptr);
-        return;
-    }
-    const char* name = status == errAEEventNotHandled ? "org.quil.Partner1.Error.NotHandled"
-                       : status == bufferIsSmall      ? "org.freedesktop.DBus.Error.LimitsExceeded"
-                                                      : "org.quil.Partner1.Error.Failed";
-    sd_bus_reply_method_errorf(message, name, "The event was not handled (status %d)", status);
 }
 
 class SessionBus;
@@ -127,14 +107,14 @@ class SessionBus : public Bus {
         const int result = bus_ == nullptr ? -ENOTCONN : setUp();
         if (result < 0) {
             if (!std::exchange(told_, true)) {
-                log("no message bus", bus_ == nullptr ? problem : std::strerror(-result));
+                receiver_.log("no message bus", bus_ == nullptr ? problem : std::strerror(-result));
             }
             lose();
             return connectionInvalid;
         }
         told_ = false;
         if (std::exchange(lost_, false)) {
-            log("the message bus is there again", "");
+            receiver_.log("the message bus is there again", "");
         }
         lastAttempt_.reset();
         watch();
@@ -285,35 +265,9 @@ class SessionBus : public Bus {
     }
 
   private:
-    void log(const char* reason, const std::string& detail) noexcept {
-        try {
-            options_.log(reason, detail);
-        } catch (...) {  // a line that cannot be written is no reason to fail
-        }
-    }
-
-    // Work inside a callback of the library: nothing is thrown through it.
-    template <typename Work>
-    int inside(sd_bus_message* message, Work work) noexcept {
-        try {
-            return work();
-        } catch (...) {
-            log("dropped for want of memory", senderOf(message));
-            return -ENOMEM;
-        }
-    }
-
     int setUp() {
         sd_bus* const bus = bus_.get();
-        const std::string path = partnerPath(options_.signature);
-        int result = sd_bus_add_filter(bus, nullptr, onMessage, this);
-        if (result >= 0) {
-            result = sd_bus_add_object_vtable(bus, nullptr, path.c_str(), partnerInterface, kPartnerTable, this);
-        }
-        if (result >= 0) {
-            result =
-                sd_bus_add_object_vtable(bus, nullptr, path.c_str(), applicationInterface, kApplicationTable, this);
-        }
+        int result = receiver_.attach(bus);
         if (result >= 0) {
             result = sd_bus_set_method_call_timeout(bus, static_cast<std::uint64_t>(busPatience.count()));
         }
@@ -336,9 +290,9 @@ class SessionBus : public Bus {
         result = result == -EALREADY ? 1 : result;
         owned_ = result > 0;
         if (result < 0) {
-            log("the own name cannot be had", name + ": " + std::strerror(-result));
+            receiver_.log("the own name cannot be had", name + ": " + std::strerror(-result));
         } else if (result == 0) {
-            log("another application has the own name; its events come here once that one ends", name);
+            receiver_.log("another application has the own name; its events come here once that one ends", name);
         }
         watch();
     }
@@ -399,7 +353,7 @@ class SessionBus : public Bus {
             ++count;
         }
         if (bus_ != nullptr && (result < 0 || sd_bus_is_open(bus_.get()) <= 0)) {
-            log("the message bus is lost", "");
+            receiver_.log("the message bus is lost", "");
             lost_ = true;
             lose();
         }
@@ -513,7 +467,7 @@ class SessionBus : public Bus {
             }
             if (now >= end) {
                 partner.stuck = true;
-                log("does not read its messages; nothing more is sent to it until it does", partner.name);
+                receiver_.log("does not read its messages; nothing more is sent to it until it does", partner.name);
                 return bufferIsSmall;
             }
             const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - now).count();
@@ -583,7 +537,7 @@ class SessionBus : public Bus {
 
     static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*) {
         auto& bus = *static_cast<SessionBus*>(self);
-        return bus.inside(message, [&] {
+        return bus.receiver_.inside(message, [&] {
             const char* name = nullptr;
             const char* before = nullptr;
             const char* after = nullptr;
@@ -609,95 +563,8 @@ class SessionBus : public Bus {
         });
     }
 
-    // Before the library looks at a message: events that are not what they should be are told in the log.
-    static int onMessage(sd_bus_message* message, void* self, sd_bus_error* error) {
-        auto& bus = *static_cast<SessionBus*>(self);
-        if (sd_bus_message_is_method_call(message, partnerInterface, "Event") <= 0) {
-            return 0;
-        }
-        return bus.inside(message, [&] { return bus.takeEvent(message, error); });
-    }
-
-    int takeEvent(sd_bus_message* message, sd_bus_error* error) {
-        const std::string path = partnerPath(options_.signature);
-        if (sd_bus_message_get_path(message) != path) {
-            return 0;  // the library answers that there is no such object
-        }
-        ArrivedEvent arrived;
-        arrived.sender = senderOf(message);
-        const std::string problem = readEvent(message, arrived.event);
-        if (!problem.empty()) {
-            log("an event was refused", "from " + arrived.sender + ": " + problem);
-            return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS, "The event is refused: %s", problem.c_str());
-        }
-        if (arrived.event.eventClass == "misc"_4) {  // the host's own requests
-            log("an event was refused", "from " + arrived.sender + ": only the host itself may ask it to run scripts");
-            return sd_bus_error_setf(error, SD_BUS_ERROR_ACCESS_DENIED,
-                                     "Only the application itself may send events of the class misc");
-        }
-        return deliver(message, std::move(arrived), error);
-    }
-
-    int deliver(sd_bus_message* message, ArrivedEvent&& arrived, sd_bus_error* error) {
-        arrived.event.target = options_.signature;
-        if (sd_bus_message_get_expect_reply(message) > 0) {
-            const std::shared_ptr<sd_bus_message> waiting(sd_bus_message_ref(message), sd_bus_message_unref);
-            arrived.answer = [waiting](Status status) { answerWith(waiting.get(), status); };
-        }
-        const std::string sender = arrived.sender;
-        if (!options_.arrived(std::move(arrived))) {
-            log("an event was dropped because too many wait", "from " + sender);
-            return sd_bus_error_set(error, SD_BUS_ERROR_LIMITS_EXCEEDED, "Too many events wait to be handled");
-        }
-        return 1;
-    }
-
-    static int onActivate(sd_bus_message* message, void* self, sd_bus_error* error) {
-        auto& bus = *static_cast<SessionBus*>(self);
-        return bus.inside(message, [&] {
-            ArrivedEvent arrived;
-            arrived.sender = senderOf(message);
-            arrived.event.eventClass = "misc"_4;
-            arrived.event.eventID = "actv"_4;
-            return bus.deliver(message, std::move(arrived), error);
-        });
-    }
-
-    static int onOpen(sd_bus_message* message, void* self, sd_bus_error* error) {
-        auto& bus = *static_cast<SessionBus*>(self);
-        return bus.inside(message, [&] {
-            ArrivedEvent arrived;
-            arrived.sender = senderOf(message);
-            arrived.event.eventClass = "aevt"_4;
-            arrived.event.eventID = "odoc"_4;
-            int result = sd_bus_message_enter_container(message, 'a', "s");
-            const char* uri = nullptr;
-            while (result >= 0 && (result = sd_bus_message_read_basic(message, 's', &uri)) > 0) {
-                std::string path;
-                if (!pathOfUri(uri, path)) {
-                    bus.log("an event was refused", "from " + arrived.sender + ": no file of this computer");
-                    return sd_bus_error_set(error, SD_BUS_ERROR_INVALID_ARGS, "Only file:/// can be opened");
-                }
-                arrived.event.parameters.push_back({"----"_4, "furl"_4, std::move(path), false});
-                if (arrived.event.parameters.size() > mostParameters) {
-                    return sd_bus_error_set(error, SD_BUS_ERROR_INVALID_ARGS, "Too many files");
-                }
-            }
-            return result < 0 ? result : bus.deliver(message, std::move(arrived), error);
-        });
-    }
-
-    static int onVersion(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*) {
-        return sd_bus_message_append(reply, "u", kProtocolVersion);
-    }
-
-    // The filter sees events first; this is for those that look at the object.
-    static int onEvent(sd_bus_message*, void*, sd_bus_error*) { return 0; }
-
-    static const sd_bus_vtable kPartnerTable[];
-    static const sd_bus_vtable kApplicationTable[];
-
     BusOptions options_;
+    BusReceiver receiver_{options_};
     int poller_;
     int wake_;
     BusConnection bus_;
@@ -715,20 +582,6 @@ class SessionBus : public Bus {
     int watched_ = -1;
     std::uint32_t watchedEvents_ = 0;
 };
-
-const sd_bus_vtable SessionBus::kPartnerTable[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD_WITH_ARGS("Event", SD_BUS_ARGS("s", class, "s", id, "a(say)", parameters), SD_BUS_NO_RESULT, onEvent,
-                            SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
-    SD_BUS_PROPERTY("Version", "u", onVersion, 0, SD_BUS_VTABLE_PROPERTY_CONST), SD_BUS_VTABLE_END};
-
-const sd_bus_vtable SessionBus::kApplicationTable[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD_WITH_ARGS("Activate", SD_BUS_ARGS("a{sv}", platform_data), SD_BUS_NO_RESULT, onActivate,
-                            SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_ARGS("Open", SD_BUS_ARGS("as", uris, "a{sv}", platform_data), SD_BUS_NO_RESULT, onOpen,
-                            SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_VTABLE_END};
 
 }  // namespace
 
