@@ -219,7 +219,8 @@ TEST_F(Solution, LosesNothingOnAFullDisk) {
 TEST_F(Solution, EndsInOrderOnASignalAndSleepsMeanwhile) {
     solution(R"lua(function scripts.Start() db:exec("INSERT INTO t VALUES (1)") print("ready") end)lua");
     const pid_t idle = start();
-    EXPECT_TRUE(holds(run({"--for", "0"}).errors, "another quil (process " + std::to_string(idle) + ") runs this solution"));
+    EXPECT_TRUE(
+        holds(run({"--for", "0"}).errors, "another quil (process " + std::to_string(idle) + ") runs this solution"));
     EXPECT_EQ(run({"--read-only", "--for", "0"}).status, 0) << "looking is allowed";
     EXPECT_EQ(end(idle, SIGINT), 0);
     EXPECT_FALSE(fs::exists(folder.path() / "solution.db.lock"));

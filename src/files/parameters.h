@@ -1,7 +1,7 @@
 // Fields of the file functions' parameters.
 #pragma once
 
-#include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include "util/fhandle.h"
@@ -45,7 +45,9 @@ inline constexpr char kResolutionError[] = "Error: ResolvePossiblePartialPath re
 // Makes an error text and a path the answer, cut at 255 bytes.
 inline std::int32_t AnswerCut(long funcNum, char** resultHandle, const char* words, const char* path) {
     char text[kPathSize];
-    std::snprintf(text, sizeof text, "%s%s", words, path);
+    my_strncpy(text, words, sizeof text);
+    const std::size_t length = std::strlen(text);
+    my_strncpy(text + length, path, sizeof text - length);
     return Answer(funcNum, resultHandle, text);
 }
 
