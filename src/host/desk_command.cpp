@@ -46,6 +46,7 @@ void addDeskCommand(CLI::App& app, Context& context) {
     CLI::App* command = app.add_subcommand("desk", "Show a solution on the desktop (docs/desk.md)");
     const auto options = std::make_shared<DeskOptions>();
     addSolutionOptions(*command, options->solution);
+    command->get_option("FOLDER")->required(false)->description("The solution's folder; without it, a chooser asks");
     command->add_option("--scenes", options->scenes, "Write pictures of the windows into this folder and end")
         ->type_name("FOLDER")
         ->group("");

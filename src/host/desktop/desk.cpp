@@ -353,6 +353,7 @@ void Desk::evaluate(const std::string& text) {
     if (working()) {
         return;
     }
+    consoling_ = true;
     solution_->transact("console", [&](lua_State* state) {
         const std::string expression = "return " + text;
         const bool isExpression =
@@ -372,6 +373,7 @@ void Desk::evaluate(const std::string& text) {
             solution_->print(shown + '\n');
         }
     });
+    consoling_ = false;
     scheduleIdle();
 }
 
@@ -397,8 +399,13 @@ void Desk::quit() {
         cancel();
         return;
     }
+    for (const auto& window : windows_) {
+        if (window) {
+            window->remember();
+        }
+    }
     solution_->life().quit(solution_->life().status());
-    QApplication::quit();
+    QCoreApplication::exit();
 }
 
 void Desk::bringForward() {
@@ -584,7 +591,7 @@ void Desk::prints(std::string_view text) {
         printed_ = printed_.right(kPrintedKept / 2);
     }
     for (const auto& window : windows_) {
-        if (window) {
+        if (window && !consoling_) {
             window->showPrinted(shown);
         }
     }

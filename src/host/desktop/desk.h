@@ -121,7 +121,8 @@ class Desk : public QObject, public SolutionObserver {
     QString lastIdleFailure_;
     bool closing_ = false;
     bool menusStale_ = false;
-    bool shown_ = false;  // what works is shown, with "Cancel"
+    bool consoling_ = false;  // what is printed is an answer to the console
+    bool shown_ = false;      // what works is shown, with "Cancel"
     qint64 workStart_ = 0;
     qint64 lastBreath_ = 0;
     std::vector<QString> work_;  // what is at work, outermost first

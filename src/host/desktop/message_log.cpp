@@ -43,7 +43,7 @@ void MessageLog::arrived(const platform::Event& event, platform::Status status, 
         if (scripts_.size() > kScriptsKept) {
             scripts_.pop_front();
         }
-    } else if (event.eventClass == "QUIL"_4 && status == platform::noErr && waiting_.size() < kWaitingSlots) {
+    } else if (event.eventClass == "QUIL"_4 && status != platform::dirFulErr && waiting_.size() < kWaitingSlots) {
         std::string name = textParameter(event, "MSSG"_4);
         name.resize(4, ' ');
         if (handled_.contains(name)) {

@@ -182,6 +182,12 @@ void MessagesPanel::showTab(int index) {
     refresh();
 }
 
+void MessagesPanel::openLatest() {
+    if (QTreeWidgetItem* const latest = messages_->topLevelItem(0)) {
+        latest->setExpanded(true);
+    }
+}
+
 void MessagesPanel::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     refresh();

@@ -22,6 +22,7 @@ class MessagesPanel : public QWidget {
 
     void showConsole(bool console);
     void showTab(int index);
+    void openLatest();                // shows the parameters of the latest event
     void enter(const QString& text);  // as if it was typed in the console
     void refresh();                   // reads what is shown again
 

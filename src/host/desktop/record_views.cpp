@@ -93,6 +93,7 @@ bool RecordList::edit(const QModelIndex& index, EditTrigger trigger, QEvent* eve
 
 FieldEdit::FieldEdit(QWidget* parent) : QPlainTextEdit(parent) {
     setTabChangesFocus(true);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setLineWrapMode(NoWrap);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);

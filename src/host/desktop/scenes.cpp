@@ -22,6 +22,7 @@ class Scenes {
 
     void run() {
         dismiss();
+        setAppearance(Appearance::light);
         SolutionWindow& window = *desk_.windows().front();
         settle();
         save(window, "start");
@@ -49,18 +50,19 @@ class Scenes {
         panel.showTab(4);
         save(panel, "globals");
         messages();
+        panel.showTab(2);
+        save(panel, "waiting");
         panel.showTab(1);
+        panel.openLatest();
         save(panel, "messages-panel");
         zone.hide();
         panel.hide();
-        const Appearance before = appearance();
         setAppearance(Appearance::dark);
         window.openTable("inventory");
         save(window, "dark");
         zone.show();
         save(zone, "dark-threat-zone");
         zone.hide();
-        setAppearance(before);
     }
 
     int failures() const { return failures_; }
@@ -171,12 +173,15 @@ class Scenes {
         event.eventClass = "QUIL"_4;
         event.eventID = "AEVT"_4;
         event.target = desk_.context().machine.signature;
-        event.parameters = {{"MSSG"_4, "TEXT"_4, "SHOW", false},
-                            {"SIGN"_4, "TEXT"_4, "GLN1", false},
-                            {"PSIG"_4, "TEXT"_4, "GLN1", false},
-                            {"FNAM"_4, "TEXT"_4, "Inventory", false}};
-        desk_.machine().events().send(event);
-        desk_.machine().events().dispatch();
+        for (const auto& [message, name] : {std::pair{"SHOW", "Glassworks"}, std::pair{"SHOW", "Harbour Cold Store"}}) {
+            event.parameters = {{"MSSG"_4, "TEXT"_4, message, false},
+                                {"SIGN"_4, "TEXT"_4, "GLN1", false},
+                                {"NAME"_4, "TEXT"_4, name, false},
+                                {"LAT "_4, "TEXT"_4, "52.1", false},
+                                {"LONG"_4, "TEXT"_4, "4.5", false}};
+            desk_.machine().events().send(event);
+            desk_.machine().events().dispatch();
+        }
     }
 
     Desk& desk_;

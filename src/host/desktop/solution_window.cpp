@@ -448,11 +448,15 @@ bool SolutionWindow::event(QEvent* event) {
     return QMainWindow::event(event);
 }
 
-void SolutionWindow::closeEvent(QCloseEvent* event) {
+void SolutionWindow::remember() {
     QSettings settings;
     const std::string key = settingsKey();
     settings.setValue(QString::fromStdString(key + "/geometry"), saveGeometry());
     settings.setValue(QString::fromStdString(key + "/table"), QString::fromStdString(records_->table().name));
+}
+
+void SolutionWindow::closeEvent(QCloseEvent* event) {
+    remember();
     const auto& windows = desk_.windows();
     const bool last = std::none_of(windows.begin(), windows.end(), [this](const auto& window) {
         return window && window != this && window->isVisible();

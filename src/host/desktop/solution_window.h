@@ -37,6 +37,8 @@ class SolutionWindow : public QMainWindow {
     void refreshRows();  // draws again what could not be read while something worked
     void reload();       // finds the records again
 
+    void remember();  // its place and table, for the next time
+
     bool openTable(const QString& name);
     bool find(const QString& column, const QString& text);
     void showForm(bool form);

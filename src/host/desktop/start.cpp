@@ -5,9 +5,12 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QIcon>
 #include <QMessageBox>
+#include <QSettings>
+#include <QTemporaryDir>
 #include <cstdlib>
 
 #include "host/desktop/desk.h"
@@ -103,11 +106,25 @@ int run(Context& context, DeskOptions& options) {
     QCoreApplication::setOrganizationName("quil");
     QCoreApplication::setApplicationName("desk");
     QGuiApplication::setDesktopFileName("org.quil.Desk");
+    const bool scenes = !options.scenes.empty();
+    QTemporaryDir scenesSettings;  // pictures show nobody's own settings, and change none
+    if (scenes) {
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, scenesSettings.path());
+        options.solution.database = scenesSettings.filePath("solution.db").toStdString();
+    }
     QApplication application(argc, argv);
     QGuiApplication::setApplicationDisplayName("QUIL");
     QApplication::setWindowIcon(QIcon::fromTheme("org.quil.Desk"));
+    if (options.solution.folder.empty()) {
+        const QString folder = QFileDialog::getExistingDirectory(nullptr, "Open a Solution",
+                                                                 QSettings().value("folders/solution").toString());
+        if (folder.isEmpty()) {
+            return 0;
+        }
+        QSettings().setValue("folders/solution", QFileInfo(folder).absolutePath());
+        options.solution.folder = folder.toStdString();
+    }
     const QString name = busName(options.solution);
-    const bool scenes = !options.scenes.empty();
     if (!scenes && bringOtherForward(name)) {
         return 0;
     }

@@ -150,8 +150,9 @@ void ThreatZone::makeForm(QWidget* parent) {
             made = flag;
         } else {
             auto* line = new QLineEdit(inside);
-            line->setPlaceholderText(
-                QString::fromUtf8(field.placeholder.data(), static_cast<qsizetype>(field.placeholder.size())));
+            QString example =
+                QString::fromUtf8(field.placeholder.data(), static_cast<qsizetype>(field.placeholder.size()));
+            line->setPlaceholderText(example.remove('"') == "N" || example == "TEXT" ? QString() : example);
             connect(line, &QLineEdit::editingFinished, this, [this] { answer(); });
             made = line;
         }
