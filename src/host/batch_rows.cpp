@@ -169,18 +169,17 @@ BatchRows::BatchRows(std::span<const std::string_view> header, BatchValues value
     }
 }
 
-const BatchRows::Known& BatchRows::known(Column& column, std::string_view cell) const {
+const BatchRows::Known& BatchRows::known(Column& column, std::string_view cell) {
     constexpr std::size_t kLong = 64;  // such cells share one place, so that none is kept for long
     Known& place = column.known[cell.size() > kLong ? 0 : placeOf(cell) & (kKnown - 1)];
     if (place.used && place.cell == cell) {
         return place;
     }
-    Scenario scratch;
     place.used = true;
     place.cell = cell;
-    place.problem = setScenarioField(scratch, *column.field, cell);
+    place.problem = setScenarioField(scratch_, *column.field, cell);
     if (place.problem.empty()) {
-        place.text = parameterText(scratch, *column.field);
+        place.text = parameterText(scratch_, *column.field);
     } else {
         place.problem.insert(0, std::string(column.field->name) + ": ");
     }

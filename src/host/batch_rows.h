@@ -89,7 +89,7 @@ class BatchRows {
         std::string_view current;
     };
 
-    const Known& known(Column& column, std::string_view cell) const;
+    const Known& known(Column& column, std::string_view cell);
     bool compose(std::span<const std::string_view> cells, std::string& problem);
 
     BatchValues values_;
@@ -101,6 +101,7 @@ class BatchRows {
     std::optional<std::size_t> longitude_;
     std::optional<std::size_t> at_;
     std::vector<std::string> warnings_;
+    Scenario scratch_;  // of cells as they are read
     std::string parameter_;
     bool kilometers_ = false;
 };

@@ -165,7 +165,7 @@ class CsvBatch {
             addToMaps(cells);
         }
         bad_ += answer_.code != 0;
-        write(cells);
+        write(cells, row.plain);
         if (out_.isFull()) {
             out_.flush();
         }
@@ -216,7 +216,7 @@ class CsvBatch {
     }
 
     // As many cells as the header has, whatever the row has, and the answer.
-    void write(std::span<const std::string_view> cells) {
+    void write(std::span<const std::string_view> cells, bool plain) {
         std::string& out = out_.buffer();
         for (std::size_t i = 0; i < rows_->columns(); ++i) {
             if (i > 0) {
@@ -224,6 +224,8 @@ class CsvBatch {
             }
             if (i < replaced_.size() && replaced_[i] != 0) {
                 appendAnswer(out, replaced_[i] - 1);
+            } else if (i < cells.size() && plain) {
+                appendPlainCell(out, cells[i]);
             } else if (i < cells.size()) {
                 appendCsvCell(out, cells[i]);
             }

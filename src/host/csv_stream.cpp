@@ -17,6 +17,14 @@ void* limitedRealloc(void* block, std::size_t size) {
     return size > kLongestCell ? nullptr : std::realloc(block, size);
 }
 
+bool hasSpecial(std::string_view text) {
+    unsigned special = 0;  // without branches, so that the compiler can look at many bytes at once
+    for (const char c : text) {
+        special |= static_cast<unsigned>((c == '"') | (c == ',') | (c == '\r') | (c == '\n'));
+    }
+    return special != 0;
+}
+
 int noBlank(unsigned char) {
     return 0;
 }
@@ -78,7 +86,7 @@ void CsvReader::handOver(std::string_view problem) {
             start = end;
         }
     }
-    onRow_({cells_, problem});
+    onRow_({cells_, problem, cells_.size() > 1 && !hasSpecial(row_)});
     row_.clear();
     ends_.clear();
     tooLong_ = false;
@@ -146,11 +154,7 @@ void CsvReader::finish() {
 }
 
 void appendCsvCell(std::string& out, std::string_view cell, bool alone) {
-    unsigned special = 0;  // without branches, so that the compiler can look at many bytes at once
-    for (const char c : cell) {
-        special |= (c == '"') | (c == ',') | (c == '\r') | (c == '\n');
-    }
-    bool plain = special == 0 && (!cell.empty() || !alone);
+    bool plain = !hasSpecial(cell) && (!cell.empty() || !alone);
     if (plain && !cell.empty()) {
         const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
         plain = !isBlank(cell.front()) && !isBlank(cell.back());

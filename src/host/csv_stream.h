@@ -24,6 +24,7 @@ inline constexpr std::size_t kLongestRow = std::size_t{64} << 20;
 struct CsvRow {
     std::span<const std::string_view> cells;  // valid until the callback returns
     std::string_view problem;                 // not empty: the row could not be read, and has no cells
+    bool plain = false;                       // no cell has a comma, a quote or a line end
 };
 
 class CsvReader {
@@ -61,5 +62,14 @@ class CsvReader {
 
 // Appends `cell` as CSV: in quotes only where it needs them. `alone`: the row has no other cell.
 void appendCsvCell(std::string& out, std::string_view cell, bool alone = false);
+// The same for a cell of a row that is plain and has others.
+inline void appendPlainCell(std::string& out, std::string_view cell) {
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    if (cell.empty() || (!isBlank(cell.front()) && !isBlank(cell.back()))) {
+        out += cell;
+    } else {
+        appendCsvCell(out, cell);
+    }
+}
 
 }  // namespace host
