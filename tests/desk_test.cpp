@@ -23,6 +23,10 @@
 #include "host/desktop/threat_zone.h"
 #include "util/alerts.h"
 
+#ifndef __has_feature
+#define __has_feature(name) 0
+#endif
+
 namespace {
 
 using host::desktop::Desk;
@@ -302,6 +306,38 @@ TEST_F(DeskTest, RecordsAreFoundSortedChangedAndPutBack) {
     EXPECT_TRUE(until([&] { return text(1, 0) == "uno"; }));
     EXPECT_TRUE(main.openTable("heavy"));
     EXPECT_FALSE(records.flags(records.index(0, 0)).testFlag(Qt::ItemIsEditable));
+}
+
+std::size_t residentMegabytes() {
+    std::ifstream status("/proc/self/statm");
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    status >> all >> resident;
+    return resident * 4096 >> 20;
+}
+
+TEST_F(DeskTest, AMillionRecordsAreScrolledAndFoundWithoutLoadingThem) {
+    open("name = 'Many'",
+         "CREATE TABLE record (id INTEGER PRIMARY KEY, name TEXT, amount REAL, note TEXT);"
+         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000000)"
+         "INSERT INTO record SELECT i, 'Record ' || i, i * 0.5, 'a note of some length, as people write it' FROM n;");
+    SolutionWindow& main = window("Many");
+    auto* const list = main.findChild<QTableView*>("records");
+    ASSERT_EQ(1'000'000, main.records().rowCount());
+    for (int row = 0; row < 1'000'000; row += 9'999) {
+        list->scrollTo(main.records().index(row, 0));
+        QCoreApplication::processEvents();
+    }
+    EXPECT_EQ("Record 1000000", main.records().fullText(999'999, 1));
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(main.find("name", "999"));
+    EXPECT_EQ(3'700, main.records().rowCount());
+    std::printf("a find among 1,000,000 records: %lld ms; resident memory: %zu MB\n", timer.elapsed(),
+                residentMegabytes());
+#if !defined(__SANITIZE_ADDRESS__) && !__has_feature(address_sanitizer)
+    EXPECT_LT(residentMegabytes(), 200U);
+#endif
 }
 
 TEST_F(DeskTest, ADoubleClickOnAFieldReachesTheSolution) {

@@ -1,10 +1,18 @@
 // Pictures of the windows, made by driving them as a user would.
+#include <unistd.h>
+
 #include <QApplication>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QMenu>
+#include <QMenuBar>
 #include <QTimer>
 #include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 
 #include "host/desktop/desk.h"
 #include "host/desktop/messages_panel.h"
@@ -26,6 +34,7 @@ class Scenes {
         SolutionWindow& window = *desk_.windows().front();
         settle();
         save(window, "start");
+        menu(window);
         if (window.openTable("inventory")) {
             window.records().sort(4, Qt::AscendingOrder);
             window.find("chemical", "ammonia");
@@ -78,10 +87,23 @@ class Scenes {
     void save(QWidget& window, const QString& name) {
         settle();
         const QString file = folder_ + '/' + name + ".png";
-        if (!window.grab().save(file)) {
+        const QImage picture = window.grab().toImage();
+        if (isEmpty(picture) || !picture.save(file)) {
             std::fprintf(stderr, "quil: cannot write %s\n", file.toUtf8().constData());
             ++failures_;
         }
+    }
+
+    static bool isEmpty(const QImage& picture) {
+        const QRgb first = picture.pixel(0, 0);
+        for (int y = 0; y < picture.height(); ++y) {
+            for (int x = 0; x < picture.width(); ++x) {
+                if (picture.pixel(x, y) != first) {
+                    return false;
+                }
+            }
+        }
+        return true;
     }
 
     // Nobody is there to answer what was not expected.
@@ -108,6 +130,16 @@ class Scenes {
             }
         });
         timer->start(20);
+    }
+
+    void menu(SolutionWindow& window) {
+        for (QAction* action : window.menuBar()->actions()) {
+            if (action->text() == "Scripts") {
+                action->menu()->popup(window.mapToGlobal(QPoint(180, 20)));
+                save(*action->menu(), "scripts-menu");
+                action->menu()->hide();
+            }
+        }
     }
 
     void alert() {
@@ -166,7 +198,8 @@ class Scenes {
     void messages() {
         using platform::operator""_4;
         for (const char* call :
-             {"QUIL_External('GLN1SetHandledMessages', 'SHOW|HILI')", "QUIL_External('GLN1InitIAC')"}) {
+             {"QUIL_External('GLN1SetHandledMessages', 'SHOW|HILI')",
+              "QUIL_External('GLN1SetMessageHandlingScriptTo', 'Screen')", "QUIL_External('GLN1InitIAC')"}) {
             desk_.evaluate(call);
         }
         platform::Event event;
@@ -190,10 +223,41 @@ class Scenes {
     bool taking_ = false;  // of a picture of a dialog
 };
 
+// How long after the start of the process the first window is painted.
+class FirstPaint : public QObject {
+  protected:
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::Paint && !std::exchange(painted_, true)) {
+            std::printf("first window painted %.2f s after the start\n", age());
+            std::fflush(stdout);
+        }
+        return false;
+    }
+
+  private:
+    // The 22nd field of the process's line is when it began, in clock ticks since the system did.
+    static double age() {
+        std::ifstream file("/proc/self/stat");
+        const std::string line{std::istreambuf_iterator<char>(file), {}};
+        std::istringstream fields(line.substr(line.rfind(')') + 2));
+        std::string field;
+        for (int i = 3; i <= 22; ++i) {
+            fields >> field;
+        }
+        timespec now{};
+        clock_gettime(CLOCK_BOOTTIME, &now);
+        return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 -
+               std::stod(field) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    }
+    bool painted_ = false;
+};
+
 }  // namespace
 
 int runScenes(Desk& desk, const std::string& folder) {
     QDir().mkpath(QString::fromStdString(folder));
+    FirstPaint firstPaint;
+    desk.windows().front()->installEventFilter(&firstPaint);
     Scenes scenes(desk, folder);
     QTimer::singleShot(0, qApp, [&] {
         if (desk.solution().hasScript("Start")) {

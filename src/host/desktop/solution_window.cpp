@@ -102,7 +102,7 @@ void SolutionWindow::makeContent() {
     findText_ = new QLineEdit(content);
     findText_->setObjectName("find");
     findText_->setAccessibleName("Find");
-    findText_->setPlaceholderText("text, or =, <, > and a value");
+    findText_->setPlaceholderText("text, or = < > value");
     findText_->setClearButtonEnabled(true);
     label("F&ind:", findText_);
     connect(findText_, &QLineEdit::returnPressed, this, [this] { startFind(); });

@@ -115,7 +115,7 @@ void ThreatZone::makeForm(QWidget* parent) {
     list_->setObjectName("release");
     list_->setAccessibleName("Release");
     list_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    list_->setMinimumContentsLength(26);
+    list_->setMinimumContentsLength(34);
     connect(list_, &QComboBox::activated, this, [this](int index) { choose(index); });
     auto* label = new QLabel("&Release:", parent);
     label->setBuddy(list_);
