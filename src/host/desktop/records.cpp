@@ -296,6 +296,7 @@ const Records::Page* Records::page(int number) const {
         return &found->second;
     }
     if (desk_.working()) {
+        missed_ = true;
         return nullptr;  // the database is in use; the view asks again when that is over
     }
     Page page;

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "host/solution.h"
@@ -112,6 +113,9 @@ class Records : public QAbstractTableModel {
     bool insert(const std::vector<std::optional<QString>>& values);
     bool remove(const std::vector<int>& rows);
 
+    // Whether something could not be read since the last time, because something else was at work.
+    bool takeMissed() { return std::exchange(missed_, false); }
+
     std::function<void()> changed;  // the set, or what is in it
 
   private:
@@ -142,6 +146,7 @@ class Records : public QAbstractTableModel {
     std::int64_t total_ = 0;
     mutable std::unordered_map<int, Page> pages_;
     mutable std::list<int> used_;  // latest first
+    mutable bool missed_ = false;
 };
 
 }  // namespace host::desktop

@@ -266,7 +266,10 @@ void SolutionWindow::reload() {
 }
 
 void SolutionWindow::refreshRows() {
-    list_->viewport()->update();
+    if (records_->takeMissed()) {
+        list_->viewport()->update();
+        form_->fill(currentRow());
+    }
 }
 
 int SolutionWindow::currentRow() const {
