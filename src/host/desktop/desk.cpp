@@ -1,19 +1,12 @@
 #include "host/desktop/desk.h"
 
-#include <QAction>
 #include <QApplication>
-#include <QCloseEvent>
 #include <QEventLoop>
 #include <QKeyEvent>
-#include <QMenuBar>
 #include <QMessageBox>
-#include <QPalette>
-#include <QSettings>
-#include <QStyle>
-#include <QStyleFactory>
 #include <algorithm>
 
-#include "host/desktop/messages_panel.h"
+#include "host/desktop/later.h"
 #include "host/desktop/solution_window.h"
 #include "platform/text.h"
 
@@ -25,33 +18,6 @@ constexpr qint64 kBetweenBreaths = 40;  // milliseconds
 constexpr qint64 kUntilShown = 500;     // what takes longer is shown, with "Cancel"
 constexpr int kPrintedKept = 100'000;   // characters for the console
 constexpr std::int16_t kMostMenus = 29;
-
-QPalette darkPalette() {
-    const QColor window(0x2b, 0x2d, 0x30);
-    const QColor base(0x1e, 0x1f, 0x22);
-    const QColor text(0xe6, 0xe6, 0xe6);
-    const QColor faint(0x8a, 0x8d, 0x92);
-    const QColor accent(0x4c, 0x8d, 0xf0);
-    QPalette palette(window);
-    palette.setColor(QPalette::Window, window);
-    palette.setColor(QPalette::WindowText, text);
-    palette.setColor(QPalette::Base, base);
-    palette.setColor(QPalette::AlternateBase, QColor(0x25, 0x27, 0x2a));
-    palette.setColor(QPalette::Text, text);
-    palette.setColor(QPalette::Button, QColor(0x3a, 0x3d, 0x41));
-    palette.setColor(QPalette::ButtonText, text);
-    palette.setColor(QPalette::BrightText, Qt::white);
-    palette.setColor(QPalette::ToolTipBase, base);
-    palette.setColor(QPalette::ToolTipText, text);
-    palette.setColor(QPalette::PlaceholderText, faint);
-    palette.setColor(QPalette::Highlight, accent);
-    palette.setColor(QPalette::HighlightedText, Qt::white);
-    palette.setColor(QPalette::Link, accent);
-    for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
-        palette.setColor(QPalette::Disabled, role, faint);
-    }
-    return palette;
-}
 
 bool isInput(QEvent::Type type) {
     switch (type) {
@@ -76,28 +42,6 @@ bool isInput(QEvent::Type type) {
 }
 
 }  // namespace
-
-void setAppearance(Appearance wanted) {
-    static const QString sOwnStyle = QApplication::style()->objectName();
-    QSettings().setValue("appearance", static_cast<int>(wanted));
-    const QString style = wanted == Appearance::system ? sOwnStyle : "fusion";
-    QApplication::setStyle(style);
-    switch (wanted) {
-        case Appearance::system:
-            QApplication::setPalette(QPalette());
-            break;
-        case Appearance::light:
-            QApplication::setPalette(QPalette(QColor(0xef, 0xef, 0xef), QColor(0xef, 0xef, 0xef)));
-            break;
-        case Appearance::dark:
-            QApplication::setPalette(darkPalette());
-            break;
-    }
-}
-
-Appearance appearance() {
-    return static_cast<Appearance>(std::clamp(QSettings().value("appearance", 0).toInt(), 0, 2));
-}
 
 class Desk::Working {
   public:
@@ -134,7 +78,7 @@ Desk::Desk(Context& context, const SolutionOptions& given) : context_(context), 
     };
     machine_->deskMenus().changed = [this] {
         if (!std::exchange(menusStale_, true)) {
-            QTimer::singleShot(0, this, [this] {
+            later(this, [this] {
                 menusStale_ = false;
                 completeMenus();
                 for (const auto& window : windows_) {
@@ -182,12 +126,8 @@ Desk::~Desk() {
 }
 
 int Desk::run() {
-    QTimer::singleShot(0, this, [this] {
-        if (solution_->hasScript("Start")) {
-            runScript("Start");
-        }
-        scheduleIdle();
-    });
+    starting_ = true;
+    idleTimer_.start(0);
     QApplication::exec();
     return solution_->life().status();
 }
@@ -380,8 +320,8 @@ void Desk::evaluate(const std::string& text) {
 void Desk::cancel() {
     if (working()) {
         solution_->life().interrupt();
-        if (resting_) {
-            static_cast<QEventLoop*>(resting_.data())->quit();
+        if (resting_ != nullptr) {
+            resting_->quit();
         }
     }
 }
@@ -457,10 +397,11 @@ void Desk::scheduleIdle() {
 }
 
 void Desk::idle() {
+    if (std::exchange(starting_, false) && solution_->hasScript("Start")) {
+        runScript("Start");
+    }
     if (working() || closing_) {
-        if (closing_ && !working()) {
-            quit();
-        } else if (solution_->life().over()) {
+        if ((closing_ && !working()) || solution_->life().over()) {
             quit();
         } else {
             idleTimer_.start(100);
@@ -512,7 +453,7 @@ void Desk::ended() {
 void Desk::refresh() {
     const std::int64_t changes = sqlite3_total_changes64(solution_->records().handle());
     if (std::exchange(changesSeen_, changes) != changes) {
-        QTimer::singleShot(0, this, [this] {
+        later(this, [this] {
             for (const auto& window : windows_) {
                 if (window) {
                     window->reload();
@@ -565,9 +506,11 @@ void Desk::rest(Life::Clock::time_point until) {
 
 void Desk::restFor(int milliseconds) {
     QEventLoop loop;
-    const QPointer<QObject> before = resting_;
-    resting_ = &loop;
-    QTimer::singleShot(std::max(milliseconds, 0), &loop, &QEventLoop::quit);
+    QEventLoop* const before = std::exchange(resting_, &loop);
+    QTimer end;
+    end.setSingleShot(true);
+    connect(&end, &QTimer::timeout, &loop, &QEventLoop::quit);
+    end.start(std::max(milliseconds, 0));
     QTimer look;
     connect(&look, &QTimer::timeout, this, [this] { showWorkIfLong(); });
     if (depth_ > 0) {

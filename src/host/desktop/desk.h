@@ -5,6 +5,7 @@
 #pragma once
 
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QObject>
 #include <QPointer>
 #include <QSocketNotifier>
@@ -118,6 +119,7 @@ class Desk : public QObject, public SolutionObserver {
     bool scriptOpen_ = false;
     bool breathing_ = false;
     bool idling_ = false;
+    bool starting_ = false;  // the script "Start" is to run
     QString lastIdleFailure_;
     bool closing_ = false;
     bool menusStale_ = false;
@@ -125,8 +127,8 @@ class Desk : public QObject, public SolutionObserver {
     bool shown_ = false;      // what works is shown, with "Cancel"
     qint64 workStart_ = 0;
     qint64 lastBreath_ = 0;
-    std::vector<QString> work_;  // what is at work, outermost first
-    QPointer<QObject> resting_;
+    std::vector<QString> work_;      // what is at work, outermost first
+    QEventLoop* resting_ = nullptr;  // the innermost one
     std::int64_t changesSeen_ = 0;
     QString printed_;  // the latest, for the console
 };

@@ -179,7 +179,9 @@ void DeskWindows::drawProgress(platform::WindowRef window, const platform::Progr
         return;
     }
     if (progress_ && progress_->parentWidget() != found->second.content) {
-        delete progress_;
+        QWidget* const elsewhere = progress_;
+        progress_.clear();
+        delete elsewhere;
     }
     if (!progress_) {
         progress_ = new ProgressWidget(found->second.content);
@@ -191,7 +193,9 @@ void DeskWindows::drawProgress(platform::WindowRef window, const platform::Progr
 }
 
 void DeskWindows::repaint() {
-    delete progress_;
+    QWidget* const drawn = progress_;
+    progress_.clear();
+    delete drawn;
     for (platform::WindowRef window = front(); window != nullptr; window = next(window)) {
         window->invalid.clear();
     }

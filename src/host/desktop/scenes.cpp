@@ -15,6 +15,7 @@
 #include <sstream>
 
 #include "host/desktop/desk.h"
+#include "host/desktop/later.h"
 #include "host/desktop/messages_panel.h"
 #include "host/desktop/solution_window.h"
 #include "host/desktop/start.h"
@@ -259,7 +260,7 @@ int runScenes(Desk& desk, const std::string& folder) {
     FirstPaint firstPaint;
     desk.windows().front()->installEventFilter(&firstPaint);
     Scenes scenes(desk, folder);
-    QTimer::singleShot(0, qApp, [&] {
+    later(qApp, [&] {
         if (desk.solution().hasScript("Start")) {
             desk.runScript("Start");
         }

@@ -133,7 +133,7 @@ void SolutionWindow::makeViewMenu() {
         action->setChecked(appearance() == wanted);
         group->addAction(action);
     }
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the menu owns the group
 
 void SolutionWindow::makeSolutionMenus() {
     for (const auto& [id, menu] : desk_.machine().deskMenus().menus()) {

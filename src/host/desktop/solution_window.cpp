@@ -25,6 +25,7 @@
 #include <algorithm>
 
 #include "host/desktop/desk.h"
+#include "host/desktop/later.h"
 #include "host/desktop/record_views.h"
 
 namespace host::desktop {
@@ -316,10 +317,9 @@ bool SolutionWindow::clicked(int row, int column, std::optional<QPoint> where) {
         if (field.table == table.name &&
             field.column == table.columns[static_cast<std::size_t>(column)].name.toStdString()) {
             // After the click itself, whose widget a script may close.
-            QTimer::singleShot(0, &desk_,
-                               [desk = &desk_, script = field.script, record = records_->record(row), where] {
-                                   desk->runScript(script, record, where);
-                               });
+            later(&desk_, [desk = &desk_, script = field.script, record = records_->record(row), where] {
+                desk->runScript(script, record, where);
+            });
             return true;
         }
     }
@@ -466,7 +466,7 @@ void SolutionWindow::closeEvent(QCloseEvent* event) {
     });
     if (last) {
         event->ignore();
-        QTimer::singleShot(0, &desk_, [desk = &desk_] { desk->quit(); });
+        later(&desk_, [desk = &desk_] { desk->quit(); });
         return;
     }
     desk_.machine().deskWindows().closed(window_);
