@@ -159,7 +159,7 @@ TEST(FHandle, MergesManyLinesAsOneByOne) {
     for (int round = 0; round < 500; ++round) {
         std::string texts[2];  // short lines of few letters, often the end of another
         for (std::string& text : texts) {
-            for (unsigned i = random() % 200; i != 0; --i) {
+            for (auto i = random() % 200; i != 0; --i) {
                 text += "ab\r"[random() % 3];
             }
         }

@@ -183,7 +183,9 @@ TEST_F(Menu, LetTheMessageScriptRunWhileAFoundMessageIsUnread) {
 TEST_F(Menu, EnforceAWindowOnceAfterTwoPassesWithAnother) {
     setMenu(1, "Scripts", {"GEOLENS", "***"});
     const auto front = [this](const std::string& title) {
-        machine().memoryWindows().setWindows({{.title = title}});
+        platform::WindowRecord window;
+        window.title = title;
+        machine().memoryWindows().setWindows({window});
         quil::MENU_Plugin_Idle();
         return queued();
     };

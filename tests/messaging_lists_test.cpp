@@ -202,7 +202,7 @@ TEST_F(Lists, AnswerLikeAPlainListHoweverLong) {
     for (int i = 0; i < 20000; ++i) {
         const std::string name = "name " + std::to_string(random() % 400);
         const std::string value = std::to_string(random());
-        const unsigned what = random() % 200;
+        const auto what = random() % 200;
         if (what == 0) {
             const std::string other = "name " + std::to_string(random() % 400);
             const auto at = find(name);

@@ -17,6 +17,8 @@ namespace quil {
 using Encoding = fmx::Text::Encoding;
 
 static constexpr std::uint32_t kVersionUnits = 256;
+static constexpr std::uint32_t kAnswerRoom = 64;  // numbers, words and IDs
+static constexpr std::uint32_t kTextRoom = 512;
 
 // Sets a text result; `locale` is that of the answer.
 static fmx::errcode setText(fmx::Data& result, const fmx::Text& text, const fmx::Locale& locale) {
@@ -69,6 +71,12 @@ static void runHandler(const Row& row, short funcId, char** parameter, char** re
     }
 }
 
+// A handle for a host text, long ones aside without a block of its own.
+static char** newTextHandle(const fmx::Text& text) {
+    const std::uint32_t bytes = text.GetSize() == 0 ? 0 : text.GetSize() * 3 + 1;
+    return NewFHandleWithRoom(bytes <= kTextRoom ? bytes : 0);
+}
+
 fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx::DataVect& params, fmx::Data& result) {
     fmx::TextAutoPtr resultText;
     if (params.Size() != 2) {
@@ -77,11 +85,12 @@ fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx:
             "function.");
     } else {
         const fmx::Text& name = params.AtAsText(0);
-        char** nameHandle = NewFHandle(0);
-        char** parameterHandle = NewFHandle(0);
-        char** resultHandle = NewFHandle(0);
+        const fmx::Text& parameter = params.AtAsText(1);
+        char** nameHandle = newTextHandle(name);
+        char** parameterHandle = newTextHandle(parameter);
+        char** resultHandle = NewFHandleWithRoom(kAnswerRoom);
         MyCopyParameterString_UTF8(nameHandle, name);
-        MyCopyParameterString_UTF8(parameterHandle, params.AtAsText(1));
+        MyCopyParameterString_UTF8(parameterHandle, parameter);
         if (const Row* row = findRow(name)) {
             runHandler(*row, funcId, parameterHandle, resultHandle);
         } else {

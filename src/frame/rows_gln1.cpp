@@ -327,7 +327,7 @@ static constexpr Row kRows[] = {
      .errors =
          "An alert with -123 without the parameter MSSG, with -2 without a signature, or with the code of the machine.",
      .exampleParameter = "ZZZZ",
-     .exampleResult = "AskUserToLaunch"},
+     .exampleResult = nullptr},
     {.name = "GLN1SetParameter",
      .handler = GLN1SetParameter,
      .module = "GLN1",

@@ -29,7 +29,7 @@ static constexpr Row kRows[] = {
                "did not start.",
      .errors = "An alert with the code of the machine.",
      .exampleParameter = "ZZZZ",
-     .exampleResult = "AskUserToLaunch"},
+     .exampleResult = nullptr},
     {.name = "GLN1ShowOnMap",
      .handler = GLN1ShowOnMap,
      .module = "GLN1",

@@ -17,42 +17,61 @@ static constexpr std::int32_t kOutOfMemory = -108;
 static constexpr unsigned long kMaxSize = 0xFFFFFFFFUL;
 
 namespace {
+// The record; its room for small blocks, if any, stands right behind it.
 struct FHandle {
     char* data;
     std::uint32_t size;
-    char small[4];  // the first block of a handle made for so few bytes, most often none
+    std::uint32_t room;  // growth up to here stays in the record
 };
+// A first block of so few bytes stands behind the record too, without room to grow.
+constexpr std::uint32_t kSmallBlock = 4;
+
 FHandle* record(char** handle) {
     return reinterpret_cast<FHandle*>(handle);
+}
+char* ownRoom(FHandle* h) {
+    return reinterpret_cast<char*>(h + 1);
 }
 char* newBlock(unsigned long size) {
     return static_cast<char*>(allocator().allocateZeroed(size == 0 ? 1 : size));
 }
 void releaseBlock(FHandle* h) {
-    if (h->data != h->small) {
+    if (h->data != ownRoom(h)) {
         allocator().release(h->data);
     }
 }
 bool endsWithNul(const FHandle* h) {
     return h->size != 0 && h->data[h->size - 1] == 0;
 }
+FHandle* newRecord(std::uint32_t room) {
+    auto* h = static_cast<FHandle*>(allocator().allocateZeroed(sizeof(FHandle) + std::max(room, kSmallBlock)));
+    if (h != nullptr) {
+        h->data = ownRoom(h);
+        h->room = room;
+    }
+    return h;
+}
 }  // namespace
 
 char** NewFHandle(unsigned long size) {
-    if (size > kMaxSize) {
-        return nullptr;
-    }
-    auto* h = static_cast<FHandle*>(allocator().allocateZeroed(sizeof(FHandle)));
+    FHandle* h = size > kMaxSize ? nullptr : newRecord(0);
     if (h == nullptr) {
         return nullptr;
     }
-    h->data = size <= sizeof h->small ? h->small : newBlock(size);
-    if (h->data == nullptr) {
-        allocator().release(h);
-        return nullptr;
+    if (size > kSmallBlock) {
+        h->data = newBlock(size);
+        if (h->data == nullptr) {
+            allocator().release(h);
+            return nullptr;
+        }
     }
     h->size = static_cast<std::uint32_t>(size);
     return &h->data;
+}
+
+char** NewFHandleWithRoom(std::uint32_t room) {
+    FHandle* h = newRecord(room);
+    return h == nullptr ? nullptr : &h->data;
 }
 
 void DisposeAndClearFHandle(char*** handlePtr) {
@@ -76,6 +95,11 @@ std::int32_t SetFHandleSize(char** handle, unsigned long newSize) {
     }
     FHandle* h = record(handle);
     if (newSize <= h->size) {
+        h->size = static_cast<std::uint32_t>(newSize);
+        return 0;
+    }
+    if (newSize <= h->room && h->data == ownRoom(h)) {
+        std::memset(h->data + h->size, 0, newSize - h->size);
         h->size = static_cast<std::uint32_t>(newSize);
         return 0;
     }

@@ -20,6 +20,9 @@ inline constexpr std::size_t kMaxMergedLine = 510;
 
 // The caller owns the handle and releases it with DisposeAndClearFHandle. Null when memory cannot be had.
 char** NewFHandle(unsigned long size);
+// An empty handle that is expected to stay small: up to `room` bytes stand in its record, so that growing to them takes
+// no block of its own.
+char** NewFHandleWithRoom(std::uint32_t room);
 // Frees the handle and sets it to null; a null handle or null pointer is allowed.
 void DisposeAndClearFHandle(char*** handlePtr);
 long GetFHandleSize(char** handle);  // 0 for null
