@@ -10,6 +10,7 @@
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPrinter>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSettings>
@@ -412,6 +413,10 @@ TEST_F(DeskTest, AScriptThatFailsIsToldOnceAndOneWithoutEndCanBeCancelled) {
     onDialog([](QWidget& dialog) { press(dialog, Qt::Key_Return); });
     desk_->runScript("Ask");
     EXPECT_EQ("told;", seen());
+    // The same from inside an idle call, which runs what the plug-in queued.
+    onDialog([](QWidget& dialog) { press(dialog, Qt::Key_Escape); });
+    desk_->evaluate("seen = ''; QUIL_External('GLN1CallScript', 'Ask')");
+    EXPECT_TRUE(until([this] { return seen() == "told;"; }));
     window().openTable("spill");
     EXPECT_EQ(3, window().records().rowCount());
     // Its progress shows, with a button that the user can press; other input waits.
@@ -451,6 +456,10 @@ TEST_F(DeskTest, ThreatZonesAreDrawnAndSaved) {
         zone.save(file);
         EXPECT_GT(QFileInfo(file).size(), 500) << name;
     }
+    QPrinter printer;
+    printer.setOutputFileName(solution_->filePath("zone.pdf"));
+    EXPECT_TRUE(zone.printTo(printer));
+    EXPECT_GT(QFileInfo(solution_->filePath("zone.pdf")).size(), 1000);
     EXPECT_THROW(zone.save(solution_->filePath("zone.doc")), host::HostError);
     zone.set("wind", "200 mph");
     EXPECT_TRUE(zone.problem().startsWith("Wind: ")) << zone.problem().toStdString();

@@ -459,20 +459,23 @@ void ThreatZone::copy() {
 void ThreatZone::print() {
     QPrinter printer;
     QPrintDialog dialog(&printer, this);
-    if (dialog.exec() != QDialog::Accepted) {
-        return;
-    }
-    QPainter painter;
-    if (!painter.begin(&printer)) {
+    if (dialog.exec() == QDialog::Accepted && !printTo(printer)) {
         desk_.fail("The printer cannot be used.");
-        return;
+    }
+}
+
+bool ThreatZone::printTo(QPrinter& printer) {
+    QPainter painter;
+    if (!result_.footprint || !painter.begin(&printer)) {
+        return false;
     }
     const double scale = printer.pageRect(QPrinter::DevicePixel).width() / kPictureSize.width();
     painter.scale(scale, scale);
     QFont font = painter.font();
-    font.setPixelSize(14);
+    font.setPixelSize(16);  // of the picture, whatever the printer's are
     painter.setFont(font);
     drawZone(painter, QRectF(QPointF(0, 0), QSizeF(kPictureSize)), scenario_, result_, paperColours());
+    return painter.end();
 }
 
 ThreatZone& openThreatZone(Desk& desk) {

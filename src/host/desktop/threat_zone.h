@@ -18,6 +18,7 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPainter;
+class QPrinter;
 
 namespace host::desktop {
 
@@ -44,6 +45,8 @@ class ThreatZone : public QWidget {
     void set(const std::string& field, const QString& text);
     // Writes the picture or the map; what it is by the file's ending. Throws HostError.
     void save(const QString& file);
+    // One page. False when the printer cannot be used.
+    bool printTo(QPrinter& printer);
     const ScreeningResult& result() const { return result_; }
     QString problem() const;
 

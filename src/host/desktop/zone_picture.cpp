@@ -1,4 +1,5 @@
 // The footprint as a picture.
+#include <QFontInfo>
 #include <QFontMetricsF>
 #include <QPainter>
 #include <QPainterPath>
@@ -62,7 +63,7 @@ void drawZone(QPainter& painter, const QRectF& area, const Scenario& scenario, c
     const QFont plain = painter.font();
     QFont bold = plain;
     bold.setBold(true);
-    bold.setPointSizeF(plain.pointSizeF() * 1.25);
+    bold.setPixelSize(qRound(QFontInfo(plain).pixelSize() * 1.25));
     const auto line = [&](const QFont& font, const QColor& colour, const QString& words) {
         painter.setFont(font);
         painter.setPen(colour);
