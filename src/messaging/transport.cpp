@@ -1,6 +1,7 @@
 // Sending: outgoing lists become events.
 #include "messaging/transport.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -166,6 +167,16 @@ std::int32_t SendMessageFromOutgoingMessageParameters(OSType receiver, short sel
 // Adds a text in the encoding of the message. Without memory the parameter is left out.
 static void putText(const AEdata& parameter, short encoding, platform::Event& event) {
     const auto size = static_cast<std::size_t>(parameter.size);
+    const bool isAscii =
+        std::all_of(parameter.data, parameter.data + size, [](char c) { return static_cast<signed char>(c) > 0; });
+    if (isAscii) {  // the same in every encoding
+        try {
+            event.parameters.push_back({parameter.keyword, parameter.type, {parameter.data, size}, false});
+        } catch (const std::bad_alloc&) {
+            // left out, as above
+        }
+        return;
+    }
     const std::size_t room = 3 * size + 1;
     auto* const converted = static_cast<char*>(allocator().allocateZeroed(room));
     if (converted == nullptr) {
