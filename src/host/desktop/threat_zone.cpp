@@ -234,7 +234,7 @@ void ThreatZone::findRows(const std::string& table) {
         }
         QString title = at("chemical") < columns ? rows.text(at("chemical")) : QString("Release");
         title += ", " + rows.text(at("amount"));
-        for (const char* more : {"container", "facility", "place"}) {
+        for (const char* more : {"container", "facility"}) {
             if (at(more) < columns && !rows.text(at(more)).isEmpty()) {
                 title += ", " + rows.text(at(more));
             }
@@ -279,8 +279,8 @@ void ThreatZone::fillForm(const Scenario& scenario) {
             words->setCurrentText(text);
         } else if (auto* flag = dynamic_cast<QCheckBox*>(widget)) {
             flag->setChecked(scenario.screening);
-        } else {
-            static_cast<QLineEdit*>(widget)->setText(text);
+        } else if (auto* line = dynamic_cast<QLineEdit*>(widget)) {
+            line->setText(text);
         }
     }
     filling_ = false;
@@ -292,8 +292,8 @@ void ThreatZone::set(const std::string& field, const QString& text) {
         words->setCurrentText(text);
     } else if (auto* flag = dynamic_cast<QCheckBox*>(widget)) {
         flag->setChecked(text == "yes");
-    } else {
-        static_cast<QLineEdit*>(widget)->setText(text);
+    } else if (auto* line = dynamic_cast<QLineEdit*>(widget)) {
+        line->setText(text);
     }
     answer();
 }
@@ -313,8 +313,8 @@ void ThreatZone::answer() {
             text = words->currentText();
         } else if (const auto* flag = dynamic_cast<QCheckBox*>(widget)) {
             text = flag->isChecked() ? "yes" : "no";
-        } else {
-            text = static_cast<QLineEdit*>(widget)->text().trimmed();
+        } else if (const auto* line = dynamic_cast<QLineEdit*>(widget)) {
+            text = line->text().trimmed();
             any = any || !text.isEmpty();
         }
         const std::string wrong = setScenarioField(scenario, *findScenarioField(name), text.toStdString());
