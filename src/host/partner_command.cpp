@@ -115,7 +115,8 @@ class Rules {
         if (lua_getglobal(state, "rules") != LUA_TTABLE) {
             return;
         }
-        const std::string message = textIn(event, "MSSG"_4);
+        constexpr platform::OSType kMessage = "MSSG"_4;
+        const std::string message = textIn(event, kMessage);
         lua_pushlstring(state, message.data(), message.size());
         if (lua_rawget(state, 1) == LUA_TNIL) {
             lua_pushliteral(state, "*");
