@@ -145,7 +145,7 @@ TEST(FHandle, MergeAddsOnlyTheLinesThatAreNotThere) {
         {"", "a\r" + std::string(511, 'n') + "\rb", -345, "a\r\0"s},
     };
     for (const auto& c : cases) {
-        for (const std::size_t empty : {0, 20}) {  // many lines, be they empty, are looked up in another way
+        for (const std::size_t empty : {0U, 20U}) {  // many lines, be they empty, are looked up in another way
             Handle handle(c.list);
             std::string lines = std::string(empty, '\r') + c.lines;
             EXPECT_EQ(MergeHandleContents(handle, lines.data()), c.code);
