@@ -309,7 +309,7 @@ static DataNode* sortLinks(DataNode* list, long count) {
         return list;
     }
     DataNode* second = list;
-    for (long i = 0; i < count / 2; ++i) {
+    for (long i = 0; i < count / 2 && second->next != nullptr; ++i) {
         second = second->next;
     }
     second = sortLinks(second, count - count / 2);

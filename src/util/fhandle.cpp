@@ -154,7 +154,7 @@ std::int32_t EnsureHandleIsNullTerminated(char** handle) {
     if (endsWithNul(record(handle))) {
         return 0;
     }
-    const auto size = static_cast<unsigned long>(GetFHandleSize(handle));
+    const unsigned long size = record(handle)->size;
     if (SetFHandleSize(handle, size + 1) != 0) {
         return kOutOfMemory;
     }
@@ -172,7 +172,7 @@ std::int32_t CatHandleContents(char** handle, const char* text) {
     if (handle == nullptr || text == nullptr) {
         return kNullHandle;
     }
-    auto size = static_cast<unsigned long>(GetFHandleSize(handle));
+    unsigned long size = record(handle)->size;
     bool terminated = true;
     if (size == 0) {
         size = 1;
