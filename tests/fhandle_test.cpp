@@ -74,6 +74,24 @@ TEST(FHandle, GrowsByExactlyOneStepAndZeroesWhatItGains) {
     EXPECT_EQ(memory.liveBlocks(), 0U);
 }
 
+TEST(FHandle, RoomInTheRecordChangesNothingThatCallersSee) {
+    support::FailingAllocator memory;
+    char** handle = NewFHandleWithRoom(8);
+    EXPECT_EQ(GetFHandleSize(handle), 0);
+    memory.failCall(1);
+    EXPECT_EQ(SetResultsHandle(handle, "abcdefgh"), 0) << "what fits takes no block";
+    EXPECT_EQ(EnsureHandleIsNullTerminated(handle), -108);
+    EXPECT_EQ(std::string(*handle, 8), "abcdefgh");
+    EXPECT_EQ(SetFHandleSize(handle, 2), 0);
+    EXPECT_EQ(SetFHandleSize(handle, 8), 0);
+    EXPECT_EQ(std::string(*handle, 8), "ab\0\0\0\0\0\0"s) << "regained bytes are zero";
+    EXPECT_EQ(SetFHandleSize(handle, 12), 0);
+    EXPECT_EQ(std::string(*handle, 12), "ab"s + std::string(10, 0));
+    EXPECT_EQ(memory.liveBlocks(), 2U);
+    DisposeAndClearFHandle(&handle);
+    EXPECT_EQ(memory.liveBlocks(), 0U);
+}
+
 TEST(FHandle, NullArgumentsAreTolerated) {
     char text[] = "a";
     char dest[4] = "xyz";
