@@ -230,6 +230,24 @@ TEST(FileCommands, TellAndChangeYearsWhateverTheFilesAreCalled) {
     EXPECT_EQ(support::quil({"renumber", "2020", odd}).status, 2);
 }
 
+TEST(FileCommands, ChangeIdentifiersAcrossTheBordersOfWhatIsWrittenAtOnce) {
+    const support::TemporaryFolder folder;
+    std::vector<std::string> command = {"renumber", "2000"};
+    std::string told;
+    const auto textOf = [](std::size_t at, const char* id) {
+        return std::string(700'000, 'x').replace(at, 8, id).replace(at + 300'000, 8, id);
+    };
+    for (std::size_t at = 299'984; at <= 300'008; ++at) {
+        command.push_back(folder.file(std::to_string(at)));
+        support::writeFile(command.back(), textOf(at, "CKTR2019"));
+        told += command.back() + ": 2 identifiers changed to 2000\n";
+    }
+    EXPECT_EQ(support::quil(command).output, told);
+    for (std::size_t at = 299'984; at <= 300'008; ++at) {
+        EXPECT_TRUE(support::readFile(folder.file(std::to_string(at))) == textOf(at, "CKTR2000")) << at;
+    }
+}
+
 TEST(FileCommands, ExplainPathsInBothDirections) {
     const support::TemporaryFolder folder;
     support::writeFile(folder.path() / "Read:Me", "");

@@ -72,9 +72,8 @@ class WatchedFiles : public platform::LinuxFiles {
         if (ref != update_) {
             return LinuxFiles::write(ref, bytes, count);
         }
-        const std::uint64_t before = watch_.changed;
-        compare(bytes);
-        if (watch_.keepsFiles || watch_.changed == before) {
+        const bool differs = compare(bytes);
+        if (watch_.keepsFiles || !differs) {
             count = bytes.size();
             return platform::noErr;
         }
@@ -90,9 +89,11 @@ class WatchedFiles : public platform::LinuxFiles {
     }
 
   private:
-    // Counts the places where the bytes differ from those read; the two digits of one year are one place.
-    void compare(std::span<const char> bytes) {
+    // Counts the places where the bytes differ from those read; the two digits of one year are one place, also when
+    // they come in two parts. False when none differs.
+    bool compare(std::span<const char> bytes) {
         const std::size_t count = std::min(bytes.size(), unwritten_.size());
+        bool differs = false;
         std::size_t at = 0;
         while (at < count) {
             std::uint64_t fresh = 0;
@@ -107,6 +108,7 @@ class WatchedFiles : public platform::LinuxFiles {
             }
             for (const std::size_t end = std::min(at + sizeof fresh, count); at < end; ++at) {
                 if (bytes[at] != unwritten_[at]) {
+                    differs = true;
                     const std::int64_t place = written_ + static_cast<std::int64_t>(at);
                     watch_.changed += place - lastChange_ > 1 ? 1 : 0;
                     lastChange_ = place;
@@ -115,6 +117,7 @@ class WatchedFiles : public platform::LinuxFiles {
         }
         unwritten_.erase(0, count);
         written_ += static_cast<std::int64_t>(count);
+        return differs;
     }
 
     Watch& watch_;
