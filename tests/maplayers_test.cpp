@@ -309,6 +309,16 @@ TEST_F(MapLayers, EmptyTheResultAfterAFault) {
     }
 }
 
+TEST_F(MapLayers, LeaveFoldersWhereFilesAreDeleted) {
+    makeFolder("objects");
+    EXPECT_EQ("", script(quil::HBT_GetInfoInit, "1|Disk:objects"));
+    EXPECT_FALSE(alerts().empty());
+    EXPECT_TRUE(isThere("objects"));
+    makeFolder("Apps/LST2.txt");
+    script(quil::HBT_ShowOnMapInit, "Coast");
+    EXPECT_TRUE(isThere("Apps/LST2.txt"));
+}
+
 TEST_F(MapLayers, ReadTheRecordsOfOneGroup) {
     const std::string file =
         "1100050031000001\r\n1100010030300001\r\n1100010030400001\r\n1100010040300001\r\nbad\r\n1100010030300009";

@@ -79,9 +79,10 @@ void HBT_Plugin_Startup() {
     gDebugLst2Files = FileExists(path);
 }
 
+// A folder stays, even an empty one: only a file is handed over.
 static void removeFile(const char* path) {
     FSSpec spec;
-    if (GetFSSpecFromFullPath(path, &spec) == 0) {
+    if (GetFSSpecFromFullPath(path, &spec) == 0 && !IsFolder(spec)) {
         platform::machine().files().remove(spec);
     }
 }

@@ -64,8 +64,8 @@ static bool openByPosix(const char* path, bool append, FileRef& ref) {
     return openCandidate("/Volumes/", path, mode, ref) || openCandidate("/Users", path, mode, ref);
 }
 
-// Whether an existing item is a folder: then a name inside it is one that the machine can place.
-static bool isFolder(const FSSpec& spec) {
+bool IsFolder(const FSSpec& spec) {
+    // A name inside a folder is one that the machine can place.
     std::string inside(":");
     inside.append(spec.nameView()).append(":x");
     FSSpec child;
@@ -76,7 +76,7 @@ static bool isFolder(const FSSpec& spec) {
 static OSErr writeByFileManager(const char* path, std::span<const char> bytes, bool append) {
     FSSpec spec;
     OSErr error = GetFSSpecFromFullPath(path, &spec);
-    if (error == platform::noErr && isFolder(spec)) {
+    if (error == platform::noErr && IsFolder(spec)) {
         return platform::notAFileErr;  // only a file gives way to a new one
     }
     FileRef ref = 0;

@@ -21,6 +21,9 @@ std::int32_t WriteCStringToFile(const char* path, const char* text);            
 // Replaces a file's contents like WriteBufferToFile, but reports nothing.
 OSErr WriteWholeFile(const char* path, const char* buf, unsigned long n);
 
+// Whether an existing item is a folder.
+bool IsFolder(const FSSpec& spec);
+
 // The whole data fork and a NUL, in a handle that the caller disposes; null on failure.
 char** ReadFileIntoTerminatedFHandle(const char* path, bool reportErrors);
 
