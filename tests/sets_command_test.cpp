@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -51,7 +52,7 @@ TEST_F(SetsCommand, CombineListsWithAndAndOr) {
         EXPECT_EQ(quil({"sets", "combine", expression, a, b, c}).output, result) << expression;
     }
     EXPECT_EQ(quil({"sets", "combine", "A AND B OR C AND D", a, b, c, d}).output, "B\nC\n") << "pairs first";
-    EXPECT_EQ(quil({"sets", "combine", "A", a}).output, "A\nB\nB\nC\n") << "one list is passed on as it is";
+    EXPECT_EQ(quil({"sets", "combine", "A", a}).output, "A\nB\nC\n") << "each ID once, in one list too";
 }
 
 TEST_F(SetsCommand, CombineListsOfManyIDs) {
@@ -99,6 +100,24 @@ TEST_F(SetsCommand, RefuseWrongUsage) {
         EXPECT_EQ(outcome.status, 2) << arguments.back() << outcome.errors;
         EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(outcome.errors.find("quil: "), 0U);
+    }
+}
+
+TEST_F(SetsCommand, SayWhatIsWrongWithAnExpression) {
+    const std::vector<std::tuple<std::string, std::vector<std::string>, std::string>> cases{
+        {"A AND A", {a, b}, "A (" + a + ") is more than once in the expression"},
+        {"A", {a, b}, "B (" + b + ") is not in the expression \"A\""},
+        {"1 and 3", {a, b, c}, "B (" + b + ") is not in the expression"},
+        {"A AND", {a}, "\"A AND\" ends where a file's letter is due"},
+        {"OR", {a, b, c}, "\"OR\" stands between 2 files, not 3"},
+        {"AND OR AND OR", {a, b, c, d}, "stands between 5 files, not 4"},
+        {"AND B", {a, b}, "\"B\" stands in \"AND B\", which begins with an operator"}};
+    for (const auto& [expression, files, message] : cases) {
+        std::vector<std::string> arguments{"sets", "combine", expression};
+        arguments.insert(arguments.end(), files.begin(), files.end());
+        const Outcome outcome = quil(arguments);
+        EXPECT_EQ(outcome.status, 2) << expression;
+        EXPECT_NE(outcome.errors.find(message), std::string::npos) << outcome.errors;
     }
 }
 

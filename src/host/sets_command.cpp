@@ -19,7 +19,6 @@ namespace {
 constexpr std::size_t kLongestID = 23;
 constexpr std::size_t kItemBytes = 28;
 constexpr std::size_t kMostIDs = 0xFFFFFFFFU / kItemBytes;  // a set is one block of less than 4 GiB
-constexpr std::size_t kMostSets = 4;
 constexpr std::size_t kIDsAtOnce = 8192;  // read back in one call: few calls, and texts that stay in the cache
 
 void usage(const std::string& message) {
@@ -33,7 +32,8 @@ struct Combination {
 };
 
 // "A AND B OR C" with the files' letters or numbers, or the operators alone.
-Combination parseCombination(const std::string& expression, std::size_t fileCount) {
+Combination parseCombination(const std::string& expression, const std::vector<std::string>& files) {
+    const std::size_t fileCount = files.size();
     std::vector<std::string> words(1);
     for (const char c : expression) {
         if (std::isspace(static_cast<unsigned char>(c)) == 0) {
@@ -58,6 +58,10 @@ Combination parseCombination(const std::string& expression, std::size_t fileCoun
             usage(isOperator ? "\"" + word + "\" stands where a file's letter is due in \"" + expression + "\""
                              : "\"" + word + "\" stands where AND or OR is due in \"" + expression + "\"");
         }
+        if (!named && !isOperator) {
+            usage("\"" + word + "\" stands in \"" + expression + "\", which begins with an operator and so can have " +
+                  "AND and OR alone");
+        }
         nameIsDue = !nameIsDue;
         if (isOperator) {
             result.operators += word + " ";
@@ -79,13 +83,19 @@ Combination parseCombination(const std::string& expression, std::size_t fileCoun
             result.files.push_back(i);
         }
     }
-    if (result.files.size() != operators + 1 || result.files.size() > kMostSets) {
-        usage("\"" + expression + "\" must combine up to four files with AND and OR between them");
+    if (named && nameIsDue) {
+        usage("\"" + expression + "\" ends where a file's letter is due");
     }
-    for (std::size_t i = 0; i < std::max(fileCount, result.files.size()); ++i) {
-        if (i >= fileCount || std::find(result.files.begin(), result.files.end(), i) == result.files.end()) {
-            usage("\"" + expression + "\" combines " + std::to_string(result.files.size()) + " sets, but " +
-                  std::to_string(fileCount) + " files are named");
+    if (!named && result.files.size() != fileCount) {
+        usage("\"" + expression + "\" stands between " + std::to_string(result.files.size()) + " files, not " +
+              std::to_string(fileCount));
+    }
+    for (std::size_t i = 0; i < fileCount; ++i) {
+        const auto times = std::count(result.files.begin(), result.files.end(), i);
+        if (times != 1) {
+            const std::string file = std::string(1, static_cast<char>('A' + i)) + " (" + files[i] + ")";
+            usage(file + (times == 0 ? " is not in the expression \"" : " is more than once in the expression \"") +
+                  expression + "\"; each file stands in it once");
         }
     }
     return result;
@@ -128,7 +138,7 @@ void printFoundSet(PrivateSession& session) {
         block += '\n';
         writeOutput(block);
         written = end;
-        progress.show(0, count);
+        progress.showNow(written, count);
     }
 }
 
@@ -159,7 +169,7 @@ void dedupe(std::vector<std::string> files, const Context& context) {
 
 void combine(const std::string& expression, const std::vector<std::string>& files, const Context& context) {
     checkStandardInput(files);
-    const Combination combination = parseCombination(expression, files.size());
+    const Combination combination = parseCombination(expression, files);
     std::vector<IDList> lists;
     for (const std::string& file : files) {
         lists.push_back(readIDs(file, kLongestID));
@@ -170,10 +180,9 @@ void combine(const std::string& expression, const std::vector<std::string>& file
         session.callChecked("VSTA_TransferFoundSetToBooleanSet", std::to_string(i + 1));
     }
     lists.clear();
-    if (combination.operators.empty()) {  // one file alone is passed on as it is
-        session.callChecked("VSTA_MakeFoundSetFromBooleanSets", "");
-    } else {
-        session.callChecked("VSTA_MakeFoundSetFromBooleanSets", combination.operators);
+    session.callChecked("VSTA_MakeFoundSetFromBooleanSets", combination.operators);
+    if (combination.operators.empty()) {  // one set alone comes back as it was collected
+        session.callChecked("VSTA_RemoveDuplicateFoundIDs", "");
     }
     printFoundSet(session);
 }
