@@ -77,72 +77,90 @@ TEST_F(Replace, AFileIsTheOldOrTheNewOneWheneverTheWriterIsKilled) {
 }
 
 TEST_F(Replace, AFullDiskLeavesTheOldFileAndNothingElse) {
-    for (int way = 0; way < 2; ++way) {
-        putFile(kFiles[way], "old");
-        const int code = inChild([&] {
-            signal(SIGXFSZ, SIG_IGN);
-            const rlimit limit = {kSize / 2, kSize / 2};
-            setrlimit(RLIMIT_FSIZE, &limit);
-            return write(kPaths[way], std::string(kSize, 'n')) != 0 ? 1 : 0;
-        });
-        EXPECT_EQ(code, 1);
-        EXPECT_EQ(fileText(kFiles[way]), "old");
-        EXPECT_TRUE(leftBehind().empty());
+    for (const bool inPlace : {false, true}) {
+        for (int way = 0; way < 2; ++way) {
+            putFile(kFiles[way], "old");
+            if (inPlace) {
+                fs::create_hard_link(posix(kFiles[way]), posix("Desk/second"));
+            }
+            const int code = inChild([&] {
+                signal(SIGXFSZ, SIG_IGN);
+                const rlimit limit = {kSize / 2, kSize / 2};
+                setrlimit(RLIMIT_FSIZE, &limit);
+                return write(kPaths[way], std::string(kSize, 'n')) != 0 ? 1 : 0;
+            });
+            EXPECT_EQ(code, 1);
+            EXPECT_EQ(fileText(kFiles[way]), "old") << kPaths[way] << (inPlace ? " in place" : "");
+            EXPECT_TRUE(leftBehind().empty());
+            fs::remove(posix("Desk/second"));
+        }
     }
 }
 
 TEST_F(Replace, PermissionsAndAttributesStay) {
-    putFile("Desk/a.txt", "old");
-    const std::string path = posix("Desk/a.txt");
-    const char finder[33] = "TEXTquil........................";
-    const bool attributes = setxattr(path.c_str(), "user.com.apple.FinderInfo", finder, 32, 0) == 0;
-    chmod(path.c_str(), 0620);
-    EXPECT_EQ(write(kPaths[0], "new"), 0);
-    EXPECT_EQ(fileText("Desk/a.txt"), "new");
-    struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0620U);
-    char found[33] = "";
-    if (attributes) {
-        EXPECT_EQ(getxattr(path.c_str(), "user.com.apple.FinderInfo", found, 32), 32);
-        EXPECT_STREQ(found, finder);
+    for (int way = 0; way < 2; ++way) {
+        putFile(kFiles[way], "old");
+        const std::string path = posix(kFiles[way]);
+        std::string finder = "PDF quil........................";
+        const bool attributes = setxattr(path.c_str(), "user.com.apple.FinderInfo", finder.data(), 32, 0) == 0;
+        chmod(path.c_str(), 0620);
+        EXPECT_EQ(write(kPaths[way], "new"), 0);
+        EXPECT_EQ(fileText(kFiles[way]), "new");
+        struct stat status {};
+        ASSERT_EQ(stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0620U);
+        if (attributes) {
+            char found[33] = "";
+            EXPECT_EQ(getxattr(path.c_str(), "user.com.apple.FinderInfo", found, 32), 32);
+            EXPECT_EQ(found, way == 0 ? finder : finder.replace(0, 8, "TEXTttxt"));
+        }
+        chmod(path.c_str(), 0400);
+        EXPECT_NE(write(kPaths[way], "newer"), 0) << "locked";
+        EXPECT_EQ(fileText(kFiles[way]), "new");
     }
-    chmod(path.c_str(), 0400);
-    EXPECT_NE(write(kPaths[0], "newer"), 0) << "locked";
-    EXPECT_EQ(fileText("Desk/a.txt"), "new");
     EXPECT_TRUE(leftBehind().empty());
 }
 
 TEST_F(Replace, LinksKeepLeadingToTheSameFile) {
-    putFile("Desk/real/target", "old");
-    fs::create_symlink("real/target", posix("Desk/a.txt"));
-    EXPECT_EQ(write(kPaths[0], "new"), 0);
-    EXPECT_TRUE(fs::is_symlink(posix("Desk/a.txt")));
-    EXPECT_EQ(fileText("Desk/real/target"), "new");
-    fs::create_hard_link(posix("Desk/real/target"), posix("Desk/second"));
-    EXPECT_EQ(write(kPaths[0], "newest"), 0);
-    EXPECT_EQ(fileText("Desk/second"), "newest") << "one file of two names";
-    fs::remove(posix("Desk/a.txt"));
-    fs::create_symlink("real/none", posix("Desk/a.txt"));
-    EXPECT_EQ(write(kPaths[0], "made"), 0);
-    EXPECT_EQ(fileText("Desk/real/none"), "made");
+    for (int way = 0; way < 2; ++way) {
+        putFile("Desk/real/target", "old");
+        fs::create_symlink("real/target", posix(kFiles[way]));
+        EXPECT_EQ(write(kPaths[way], "new"), 0);
+        EXPECT_TRUE(fs::is_symlink(posix(kFiles[way])));
+        EXPECT_EQ(fileText("Desk/real/target"), "new");
+        fs::create_hard_link(posix("Desk/real/target"), posix("Desk/second"));
+        for (const char* text : {"longest", "short", ""}) {
+            EXPECT_EQ(write(kPaths[way], text), 0);
+            EXPECT_EQ(fileText("Desk/second"), text) << "one file of two names";
+        }
+        fs::remove(posix(kFiles[way]));
+        fs::create_symlink("real/none", posix(kFiles[way]));
+        EXPECT_EQ(write(kPaths[way], "made"), 0);
+        EXPECT_EQ(fileText("Desk/real/none"), "made");
+        fs::remove_all(posix("Desk"));
+    }
 }
 
-TEST_F(Replace, AFileIsWrittenInPlaceWhereItsFolderTakesNoOther) {
+TEST_F(Replace, AFileIsWrittenInPlaceWhereItsFolderTakesNoOtherOrItIsAnothers) {
     putFile("Desk/a.txt", "old and longer");
     chmod(posix("Desk/a.txt").c_str(), 0666);
-    fs::permissions(posix("Desk"), fs::perms(0555));
     chmod(fs::path(disk()).parent_path().c_str(), 0755);
-    const int code = inChild([] {
-        if (geteuid() == 0 && (setegid(65534) != 0 || seteuid(65534) != 0)) {
-            return 99;
-        }
-        return write(kPaths[0], "new") == 0 && write("Disk:Desk:none.txt", "new") != 0 ? 0 : 1;
-    });
-    fs::permissions(posix("Desk"), fs::perms(0755));
-    EXPECT_EQ(code, 0);
-    EXPECT_EQ(fileText("Desk/a.txt"), "new");
-    EXPECT_FALSE(isThere("Desk/none.txt"));
+    for (const mode_t folder : {0555U, 0777U}) {
+        chmod(posix("Desk").c_str(), folder);
+        const int code = inChild([&] {
+            if (geteuid() == 0 && (setegid(65534) != 0 || seteuid(65534) != 0)) {
+                return 99;
+            }
+            return write(kPaths[0], "new") == 0 && (write("Disk:Desk:none.txt", "new") != 0) == (folder == 0555) ? 0
+                                                                                                                 : 1;
+        });
+        EXPECT_EQ(code, 0);
+        EXPECT_EQ(fileText("Desk/a.txt"), "new");
+        EXPECT_EQ(isThere("Desk/none.txt"), folder == 0777);
+        struct stat status {};
+        ASSERT_EQ(stat(posix("Desk/a.txt").c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, geteuid()) << "still the owner's";
+    }
 }
 
 TEST_F(Replace, WhatIsDiscardedNeverWas) {

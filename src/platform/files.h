@@ -59,8 +59,9 @@ class Files {
     // the old content stays whole until the fork is closed, where the file system allows it; then the new one takes its
     // place at once, with the old file's permissions, owner and Finder information.
     virtual Status openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) = 0;
-    // HDelete, where there is a file, HCreate and HOpenDF: an empty fork for writing. As above, the old file
-    // goes when this one is closed. notAFileErr for a folder, a device or a pipe, fLckdErr, permErr, dirNFErr.
+    // HDelete, where there is a file, HCreate and HOpenDF: an empty fork for writing. As above, the old content
+    // goes when this one is closed, and what else the old file has stays, but for type and creator; of a link, what it
+    // leads to is written. notAFileErr for a folder, a device or a pipe, fLckdErr, permErr, dirNFErr.
     virtual Status replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) = 0;
     // HOpenDF for reading and writing, for a file that is rewritten from its start to its end. Where the file system
     // allows it, the file stays as it was until the fork is closed; then all that was written takes its place at once,

@@ -192,8 +192,7 @@ Status LinuxFiles::openCopy(FileRef ref) {
 // Whether the file has to be written where it is: because of its other names, its owner, or for want of room.
 static bool staysInPlace(int descriptor, const struct stat& file, const std::string& folder) {
     struct statvfs disk {};
-    return file.st_nlink > 1 || (file.st_uid != geteuid() && geteuid() != 0) || keepsOthersFiles(folder, file) ||
-           fstatvfs(descriptor, &disk) != 0 ||
+    return isWrittenInPlace(folder, file) || fstatvfs(descriptor, &disk) != 0 ||
            disk.f_bavail < static_cast<std::uint64_t>(file.st_size) / std::max<std::uint64_t>(disk.f_frsize, 1) + 1;
 }
 

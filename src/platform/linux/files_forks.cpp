@@ -248,6 +248,11 @@ Status LinuxFiles::write(FileRef ref, std::span<const char> bytes, std::size_t& 
     if (open->original >= 0) {
         return writeUpdate(*open, bytes, count);
     }
+    if (open->oldLength >= 0) {
+        if (const int error = reserveInPlace(*open, bytes.size()); error != 0) {
+            return statusOf(error);
+        }
+    }
     while (count < bytes.size()) {
         const ssize_t put = ::write(open->descriptor, bytes.data() + count, bytes.size() - count);
         if (put == 0) {
@@ -273,6 +278,9 @@ Status LinuxFiles::close(FileRef ref) {
     }
     if (!given.target.empty()) {
         return statusOf(putInPlace(given));
+    }
+    if (given.oldLength >= 0) {
+        return statusOf(finishInPlace(given));
     }
     // An interrupted close has closed all the same.
     return ::close(given.descriptor) == 0 || errno == EINTR ? noErr : statusOf(errno);

@@ -57,6 +57,10 @@ bool keepsOthersFiles(const std::string& folder, const struct stat& file) {
            status.st_uid != geteuid() && file.st_uid != geteuid();
 }
 
+bool isWrittenInPlace(const std::string& folder, const struct stat& file) {
+    return file.st_nlink > 1 || (file.st_uid != geteuid() && geteuid() != 0) || keepsOthersFiles(folder, file);
+}
+
 bool isFileOrLink(const struct stat& item) {
     return S_ISREG(item.st_mode) || S_ISLNK(item.st_mode);
 }
@@ -93,7 +97,7 @@ int takeOver(int from, const struct stat& old, int to) {
 }
 
 // A link's target gives way, not the link. A file with several names is written in place, so that it stays one file,
-// and so is one whose folder takes no other.
+// and so is another's, which would become the writer's, and one whose folder takes no other.
 Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
     struct stat old {};
     Temporary temporary;
@@ -123,13 +127,14 @@ Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
         if (error == 0) {
             target = resolved.get();
             const std::string folder = folderOfPath(target);
-            bool inPlace = old.st_nlink > 1 || keepsOthersFiles(folder, old);
+            bool inPlace = isWrittenInPlace(folder, old);
             if (!inPlace) {
                 error = temporary.open(folder);
                 inPlace = leavesWritingInPlace(error);
             }
             if (inPlace) {
-                error = ftruncate(open.descriptor, 0) == 0 ? 0 : errno;
+                error = 0;
+                open.oldLength = old.st_size;
             } else if (error == 0) {
                 error = takeOver(open.descriptor, old, temporary.descriptor);
             }
@@ -147,7 +152,6 @@ Status LinuxFiles::openReplacement(const std::string& path, FileRef& ref) {
     return statusOf(error);
 }
 
-// Here a link itself gives way, as it would be deleted, unless what it leads to is kept from writing.
 Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType type, FileRef& ref) {
     return guarded([&] {
         Place found;
@@ -155,32 +159,14 @@ Status LinuxFiles::replaceDataFork(const FSSpec& spec, OSType creator, OSType ty
         if (status != noErr && status != fnfErr) {
             return status;
         }
-        if (status == noErr) {
-            struct stat item = found.item;
-            if (S_ISLNK(item.st_mode) && stat(found.path.c_str(), &item) != 0) {
-                item = found.item;
-            }
-            if (found.folder == nullptr || !isFileOrLink(item)) {
-                return notAFileErr;
-            }
-            if (isLocked(item)) {
-                return fLckdErr;
-            }
-        }
-        status = newReference(ref);
+        const bool isNew = status == fnfErr;
+        status = openReplacement(found.path, ref);
         if (status != noErr) {
-            return status;
+            return isNew && status == fnfErr ? dirNFErr : status;
         }
-        Temporary temporary;
-        int error = temporary.open(folderOfPath(found.path));
-        if (error == ENOENT) {
-            return dirNFErr;
-        }
-        if (error == 0) {
-            error = setNewFinderInfo(temporary.descriptor, creator, type);
-        }
-        if (error == 0) {
-            *slot(ref) = {temporary.release(), false, true, std::move(temporary.path), std::move(found.path)};
+        const int error = setFinderCodes(slot(ref)->descriptor, creator, type);
+        if (error != 0) {
+            discard(ref);
         }
         return statusOf(error);
     });
@@ -232,12 +218,39 @@ int LinuxFiles::putInPlace(const Fork& open) {
     return 0;
 }
 
+int LinuxFiles::reserveInPlace(const Fork& open, std::size_t count) {
+    const off_t at = lseek(open.descriptor, 0, SEEK_CUR);
+    if (at < 0 || count == 0) {
+        return at < 0 ? errno : 0;
+    }
+    int failed = 0;
+    do {
+        failed = fallocate(open.descriptor, 0, at, static_cast<off_t>(count));
+    } while (failed != 0 && errno == EINTR);
+    return failed != 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG) ? errno : 0;
+}
+
+int LinuxFiles::finishInPlace(const Fork& open) {
+    const off_t end = lseek(open.descriptor, 0, SEEK_CUR);
+    int error = end >= 0 && ftruncate(open.descriptor, end) == 0 && fsync(open.descriptor) == 0 ? 0 : errno;
+    if (::close(open.descriptor) != 0 && errno != EINTR && error == 0) {
+        error = errno;
+    }
+    return error;
+}
+
 Status LinuxFiles::discard(FileRef ref) {
     Fork* open = fork(ref);
     if (open == nullptr) {
         return rfNumErr;
     }
     const Fork given = std::exchange(*open, Fork());
+    if (given.oldLength >= 0) {  // what was reserved behind the old text goes; what was written over it has to stay
+        const off_t end = std::max<off_t>(lseek(given.descriptor, 0, SEEK_CUR), given.oldLength);
+        struct stat now {};
+        static_cast<void>(fstat(given.descriptor, &now) == 0 && now.st_size > end &&
+                          ftruncate(given.descriptor, end) == 0);
+    }
     ::close(given.descriptor);
     if (given.original >= 0) {
         ::close(given.original);

@@ -76,12 +76,13 @@ class LinuxFiles : public Files {
         int descriptor = -1;
         bool reads = false;
         bool writes = false;
-        std::string temporary;       // name of what is open when it is to replace `target` and has one
-        std::string target;          // what the content replaces when it is complete, else empty
-        bool synced = true;          // content that replaces another is on the disk before it does
-        int original = -1;           // in an update: the file as it was, which `descriptor` replaces
-        std::int64_t position = 0;   // in an update, for reading and writing
-        std::int64_t rewritten = 0;  // in an update: so many bytes of `descriptor` count, behind them the original's
+        std::string temporary;        // name of what is open when it is to replace `target` and has one
+        std::string target;           // what the content replaces when it is complete, else empty
+        bool synced = true;           // content that replaces another is on the disk before it does
+        std::int64_t oldLength = -1;  // of a text that is replaced where it is: what is behind the new one is cut off
+        int original = -1;            // in an update: the file as it was, which `descriptor` replaces
+        std::int64_t position = 0;    // in an update, for reading and writing
+        std::int64_t rewritten = 0;   // in an update: so many bytes of `descriptor` count, behind them the original's
     };
 
     // The items of the folder that was listed last.
@@ -125,6 +126,10 @@ class LinuxFiles : public Files {
     // files_replace.cpp: files that give way to new content
     Status openReplacement(const std::string& path, FileRef& ref);
     static int putInPlace(const Fork& open);
+    // Room on the disk for so many bytes more of a text that is replaced where it is, before the first of them is
+    // written over the old one; where the file system can tell. 0 or errno.
+    static int reserveInPlace(const Fork& open, std::size_t count);
+    static int finishInPlace(const Fork& open);
 
     // files_copies.cpp: copies and updates
     static Status readUpdate(Fork& open, std::span<char> buffer, std::size_t& count);

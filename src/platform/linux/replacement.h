@@ -41,6 +41,8 @@ struct Temporary {
 bool leavesWritingInPlace(int error);
 // In such a folder (/tmp, for instance) another's file may be written but not replaced.
 bool keepsOthersFiles(const std::string& folder, const struct stat& file);
+// Whether a file of this kind is written where it is, because of its other names, its owner or its folder.
+bool isWrittenInPlace(const std::string& folder, const struct stat& file);
 // What may give way to a file: no folder, and no device or pipe either, which a file of that name would put out of use.
 bool isFileOrLink(const struct stat& item);
 // Gives the new file the old one's owner (where that is allowed), permissions and attributes. 0 or errno.
