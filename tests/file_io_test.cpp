@@ -235,6 +235,23 @@ TEST_F(FileIo, ListsItemsOfTheSameExtensionInAnyCase) {
     EXPECT_EQ(quil::MakeListOfMatchingItemsInFolder(nullptr, nullptr), 0);
 }
 
+TEST_F(FileIo, AListIsUtf8WhateverTheNamesOnDiskAre) {
+    makeFolder("D\x8Esk");
+    for (const char* name : {"r\x8Esum\x8E.txt", "\xE2\x82\xAC.txt", "plain.txt"}) {
+        putFile(std::string("D\x8Esk/") + name, "");
+    }
+    const std::string listed = list("Disk:D\xC3\xA9sk:x.txt");
+    EXPECT_EQ(
+        listed,
+        "Disk:D\xC3\xA9sk:plain.txt\rDisk:D\xC3\xA9sk:r\xC3\xA9sum\xC3\xA9.txt\rDisk:D\xC3\xA9sk:\xE2\x82\xAC.txt\r");
+    EXPECT_TRUE(quil::FileExists("Disk:D\xC3\xA9sk:r\xC3\xA9sum\xC3\xA9.txt"));
+    quil::FSSpec spec;
+    ASSERT_EQ(quil::GetFSSpecFromFullPath("Disk:D\x8Esk:plain.txt", &spec), 0);
+    char folder[256];
+    ASSERT_EQ(quil::GetClassicPathWithDelimiterAsPStringFromDirID(spec.parID, spec.vRefNum, folder), 0);
+    EXPECT_EQ(std::string(folder + 1, static_cast<unsigned char>(folder[0])), "Disk:D\xC3\xA9sk:");
+}
+
 TEST_F(FileIo, ListsAreAddedToWhatTheHandleHolds) {
     putFile("Desk/a.txt", "");
     char** out = quil::NewFHandle(0);

@@ -191,6 +191,40 @@ TEST_F(LinuxFilesTest, AVolumeThatVanishesAndAFolderThatMovesAreSaid) {
     EXPECT_EQ(files_->catalogItem(-2, fsRtDirID, 1, item), nsvErr);
 }
 
+// What unmounting leaves: an empty folder of another device.
+TEST_F(LinuxFilesTest, AMountPointWithoutItsDiskIsNoVolume) {
+    string card = "/dev/shm/quil-test-XXXXXX";
+    struct stat here {};
+    struct stat there {};
+    if (::mkdtemp(card.data()) == nullptr || ::stat(card.c_str(), &there) != 0 ||
+        ::stat(disk("").c_str(), &here) != 0 || here.st_dev == there.st_dev) {
+        GTEST_SKIP() << "there is no second device";
+    }
+    fs::create_directory(disk("mount point"));
+    const auto pointAt = [&](const string& directory) {
+        fs::remove(disk("Card"));
+        fs::create_directory_symlink(directory, disk("Card"));
+    };
+    pointAt(card);
+    options_.volumes.push_back({"Card", disk("Card")});
+    files_ = makeLinuxFiles(options_);
+    const FSSpec file = spec("Card:f", fnfErr);
+    CatalogItem item;
+    EXPECT_EQ(files_->create(file, 0, 0), noErr);
+    pointAt(disk("mount point"));
+    spec("Card:", nsvErr);
+    spec("Card:f", nsvErr);
+    EXPECT_EQ(files_->create(file, 0, 0), nsvErr);
+    EXPECT_EQ(files_->catalogItem(file.vRefNum, fsRtDirID, 1, item), nsvErr);
+    EXPECT_EQ(files_->catalogItem(file.vRefNum, fsRtDirID, -1, item), nsvErr);
+    EXPECT_EQ(writePosix("/Volumes/Card/g", PosixMode::replace, "x"), nsvErr);
+    EXPECT_TRUE(fs::is_empty(disk("mount point")));
+    pointAt(card);
+    spec("Card:");
+    EXPECT_EQ(writePosix("/Volumes/Card/f", PosixMode::replace, "x"), noErr) << "there again";
+    fs::remove_all(card);
+}
+
 TEST_F(LinuxFilesTest, TheDefaultFolderIsTheApplicationsEvenWhereItIsNotThere) {
     std::int16_t volume = 0;
     std::int32_t folder = 0;

@@ -1,7 +1,7 @@
 // File and Folder Manager: volumes, the catalogue, file specifications, data forks, Finder information and locks.
 //
 // Paths are classic: volume, folders and file separated by ':', a folder path with delimiter ending in ':'. Texts are
-// bytes, UTF-8 or Mac Roman, as the scripts wrote them; names found on disk come back as the disk holds them.
+// bytes, UTF-8 or Mac Roman, as the scripts wrote them; an FSSpec has a name found on disk as the disk holds it.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +32,7 @@ struct FInfo {
 
 // One item of the catalogue, as PBGetCatInfo describes it.
 struct CatalogItem {
-    std::string name;  // as the disk holds it, with '/' and ':' exchanged; at most 255 bytes
+    std::string name;  // in UTF-8, with '/' and ':' exchanged; one that is not UTF-8 on disk is taken as Mac Roman
     bool isFolder = false;
     std::int32_t dirID = 0;     // the item's own directory ID when it is a folder, else 0
     std::int32_t parentID = 0;  // directory ID of its parent

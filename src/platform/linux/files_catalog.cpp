@@ -11,6 +11,7 @@
 #include "platform/linux/linux_files.h"
 #include "platform/linux/names.h"
 #include "platform/linux/volumes.h"
+#include "platform/text.h"
 
 namespace platform {
 
@@ -36,6 +37,10 @@ LinuxFiles::LinuxFiles(const LinuxOptions& options)
     : volumes_(volumesOf(options)), applicationsFolder_(options.applicationsFolder) {
     for (std::size_t i = 0; i < volumes_.size(); ++i) {
         roots_.push_back({i, fsRtDirID, fsRtParID, exchanged(volumes_[i].name), volumes_[i].directory});
+    }
+    devices_.resize(roots_.size());
+    for (std::size_t i = 0; i < roots_.size(); ++i) {
+        volumeIsThere(i);
     }
     defaultFolder_ = &roots_[0];
     assumeApplication(applicationOf(options));
@@ -78,9 +83,23 @@ const LinuxFiles::Folder& LinuxFiles::folderIn(const Folder& parent, const std::
     return folder;
 }
 
+// Where a disk was taken away, its mount point stays: a plain folder of the disk that holds it.
 bool LinuxFiles::volumeIsThere(std::size_t volume) const {
-    struct stat status {};
-    return stat((roots_[volume].path + "/").c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    const std::string path = roots_[volume].path + "/";
+    struct stat root {};
+    struct stat parent {};
+    if (stat(path.c_str(), &root) != 0 || !S_ISDIR(root.st_mode)) {
+        return false;
+    }
+    std::optional<dev_t>& device = devices_[volume];
+    if (!device) {
+        device = root.st_dev;
+    }
+    return root.st_dev == *device || (stat((path + "..").c_str(), &parent) == 0 && parent.st_dev != root.st_dev);
+}
+
+bool LinuxFiles::isGoneRoot(const Folder& folder) const {
+    return folder.id == fsRtDirID && !volumeIsThere(folder.volume);
 }
 
 void LinuxFiles::placeFolder(const Folder& folder, Place& place) const {
@@ -135,7 +154,7 @@ Status LinuxFiles::walk(const Folder* folder, const std::vector<std::string_view
         folder = &folderIn(*folder, place.name);
     }
     placeFolder(*folder, place);
-    if (lstat(place.path.c_str(), &place.item) == 0) {
+    if (lstat(place.path.c_str(), &place.item) == 0 && !isGoneRoot(*folder)) {
         return noErr;
     }
     return volumeIsThere(folder->volume) ? dirNFErr : nsvErr;
@@ -216,7 +235,7 @@ Status LinuxFiles::locate(const FSSpec& spec, Place& place) const {
     }
     if (spec.parID == fsRtParID) {
         placeFolder(*root, place);
-        return lstat(place.path.c_str(), &place.item) == 0 ? noErr : nsvErr;
+        return lstat(place.path.c_str(), &place.item) == 0 && !isGoneRoot(*root) ? noErr : nsvErr;
     }
     const Folder* folder = folderOf(spec.vRefNum, spec.parID);
     return folder == nullptr ? dirNFErr : findIn(*folder, spec.nameView(), place);
@@ -313,6 +332,9 @@ Status LinuxFiles::list(const Folder& folder) {
     listing_.folder = nullptr;
     listing_.names.clear();
     listing_.entries.clear();
+    if (isGoneRoot(folder)) {
+        return nsvErr;
+    }
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir((folder.path + "/").c_str()), closedir);
     if (directory == nullptr) {
         const int error = errno;
@@ -341,6 +363,16 @@ Status LinuxFiles::list(const Folder& folder) {
     return noErr;
 }
 
+// Names of several items become one text, which one name that is not UTF-8 would make Mac Roman as a whole. It is found
+// under its UTF-8 form too.
+static std::string catalogName(std::string_view name) {
+    unsigned char bits = 0;
+    for (const char c : name) {
+        bits = static_cast<unsigned char>(bits | static_cast<unsigned char>(c));
+    }
+    return exchanged(bits < 0x80 || isUtf8(name) ? name : utf8Of(name));
+}
+
 Status LinuxFiles::catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::int32_t index, CatalogItem& item) {
     return guarded([&] {
         const Folder* folder = folderOf(vRefNum, dirID);
@@ -352,10 +384,11 @@ Status LinuxFiles::catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::in
         }
         if (index < 0) {
             struct stat status {};
-            if (!folder->assumed && (stat((folder->path + "/").c_str(), &status) != 0 || !S_ISDIR(status.st_mode))) {
+            if (!folder->assumed &&
+                (stat((folder->path + "/").c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || isGoneRoot(*folder))) {
                 return volumeIsThere(folder->volume) ? dirNFErr : nsvErr;
             }
-            item = {exchanged(folder->name), true, folder->id, folder->parent};
+            item = {catalogName(folder->name), true, folder->id, folder->parent};
             return noErr;
         }
         // Index 1 begins a listing; the folder is read once for it, so that the whole takes time in proportion.
@@ -370,7 +403,7 @@ Status LinuxFiles::catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::in
         }
         const Listing::Entry& entry = listing_.entries[static_cast<std::size_t>(index) - 1];
         const std::string_view name = listing_.name(entry);
-        item.name = exchanged(name);
+        item.name = catalogName(name);
         item.isFolder = entry.isFolder;
         item.parentID = folder->id;
         item.dirID = entry.isFolder ? folderIn(*folder, std::string(name)).id : 0;

@@ -10,7 +10,6 @@
 #include "platform/linux/errors.h"
 #include "platform/linux/large_read.h"
 #include "platform/linux/linux_files.h"
-#include "platform/linux/names.h"
 #include "platform/linux/volumes.h"
 
 namespace platform {
@@ -101,62 +100,14 @@ Status LinuxFiles::openDataFork(const FSSpec& spec, ForkPermission permission, F
     });
 }
 
-// Where "/Volumes/NAME/..." is. Below the volume each component is looked up as it stands, then in any letter case; the
-// last one need not exist. Other paths, and those of volumes that are not known, stay as they are.
-Status LinuxFiles::volumePath(std::string_view posixPath, std::string& path) const {
-    static constexpr std::string_view prefix = "/Volumes/";
-    path = posixPath;
-    if (posixPath.find('\0') != std::string_view::npos) {
-        return bdNamErr;
-    }
-    if (!posixPath.starts_with(prefix)) {
-        return noErr;
-    }
-    std::vector<std::string_view> names;
-    for (std::string_view rest = posixPath.substr(prefix.size()); !rest.empty();) {
-        const std::string_view name = rest.substr(0, rest.find('/'));
-        rest.remove_prefix(std::min(name.size() + 1, rest.size()));
-        if (!name.empty() && name != ".") {
-            names.push_back(name);
-        }
-    }
-    const std::size_t volume = names.empty() ? volumes_.size() : volumeNamed(volumes_, exchanged(names[0]));
-    if (volume == volumes_.size()) {
-        return noErr;
-    }
-    path = roots_[volume].path;
-    std::size_t depth = 0;
-    for (std::size_t i = 1; i < names.size(); ++i) {
-        if (names[i] == "..") {
-            if (depth == 0) {
-                return fnfErr;  // what is above a volume is no folder of this machine
-            }
-            --depth;
-            path += "/..";
-            continue;
-        }
-        std::string found(names[i]);
-        struct stat item {};
-        const int error = findItem(path, names[i], found, item);
-        if (error != 0) {
-            found = names[i];
-            if (error != ENOENT || i + 1 != names.size()) {
-                return statusOf(error);
-            }
-        }
-        ++depth;
-        path.append("/").append(found);
-    }
-    if (posixPath.ends_with('/')) {
-        path += '/';  // a folder is meant
-    }
-    return noErr;
-}
-
 Status LinuxFiles::openPosix(std::string_view posixPath, PosixMode mode, FileRef& ref) {
     return guarded([&] {
         std::string path;
-        const Status status = volumePath(posixPath, path);
+        std::size_t volume = volumes_.size();
+        const Status status = volumePath(volumes_, posixPath, path, volume);
+        if (volume < volumes_.size() && !volumeIsThere(volume)) {
+            return nsvErr;
+        }
         if (status != noErr) {
             return status;
         }

@@ -107,6 +107,7 @@ class LinuxFiles : public Files {
     const Folder* folderOf(std::int16_t vRefNum, std::int32_t dirID) const;
     const Folder& folderIn(const Folder& parent, const std::string& name, bool assumed = false);
     bool volumeIsThere(std::size_t volume) const;
+    bool isGoneRoot(const Folder& folder) const;
     Status walk(const Folder* folder, const std::vector<std::string_view>& names, bool closed, Place& place);
     Status place(std::int16_t vRefNum, std::int32_t dirID, std::string_view path, Place& place);
     Status locate(const FSSpec& spec, Place& place) const;
@@ -121,7 +122,6 @@ class LinuxFiles : public Files {
     Fork* slot(FileRef ref) { return &forks_[static_cast<std::size_t>(ref) - 1]; }
     Status newReference(FileRef& ref);
     Status openPath(const std::string& path, int flags, FileRef& ref);
-    Status volumePath(std::string_view posixPath, std::string& path) const;
 
     // files_replace.cpp: files that give way to new content
     Status openReplacement(const std::string& path, FileRef& ref);
@@ -142,6 +142,7 @@ class LinuxFiles : public Files {
 
     std::vector<Volume> volumes_;
     std::vector<Folder> roots_;                                // one a volume, ID 2
+    mutable std::vector<std::optional<dev_t>> devices_;        // where each volume was when it was first met
     std::deque<Folder> folders_;                               // the others, in the order of their IDs
     std::unordered_map<std::string, std::int32_t> idsByPath_;  // by volume number and path
     const Folder* defaultFolder_ = nullptr;

@@ -3,12 +3,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <system_error>
 
+#include "platform/linux/errors.h"
 #include "platform/linux/names.h"
 
 namespace platform {
@@ -65,6 +68,58 @@ std::size_t volumeNamed(const std::vector<Volume>& volumes, std::string_view nam
         }
     }
     return volumes.size();
+}
+
+Status volumePath(const std::vector<Volume>& volumes, std::string_view posixPath, std::string& path,
+                  std::size_t& volume) {
+    static constexpr std::string_view prefix = "/Volumes/";
+    path = posixPath;
+    volume = volumes.size();
+    if (posixPath.find('\0') != std::string_view::npos) {
+        return bdNamErr;
+    }
+    if (!posixPath.starts_with(prefix)) {
+        return noErr;
+    }
+    std::vector<std::string_view> names;
+    for (std::string_view rest = posixPath.substr(prefix.size()); !rest.empty();) {
+        const std::string_view name = rest.substr(0, rest.find('/'));
+        rest.remove_prefix(std::min(name.size() + 1, rest.size()));
+        if (!name.empty() && name != ".") {
+            names.push_back(name);
+        }
+    }
+    volume = names.empty() ? volumes.size() : volumeNamed(volumes, exchanged(names[0]));
+    if (volume == volumes.size()) {
+        return noErr;
+    }
+    path = volumes[volume].directory;
+    std::size_t depth = 0;
+    for (std::size_t i = 1; i < names.size(); ++i) {
+        if (names[i] == "..") {
+            if (depth == 0) {
+                return fnfErr;  // what is above a volume is no folder of this machine
+            }
+            --depth;
+            path += "/..";
+            continue;
+        }
+        std::string found(names[i]);
+        struct stat item {};
+        const int error = findItem(path, names[i], found, item);
+        if (error != 0) {
+            found = names[i];
+            if (error != ENOENT || i + 1 != names.size()) {
+                return statusOf(error);
+            }
+        }
+        ++depth;
+        path.append("/").append(found);
+    }
+    if (posixPath.ends_with('/')) {
+        path += '/';  // a folder is meant
+    }
+    return noErr;
 }
 
 std::string parseVolumes(std::string_view table, std::vector<Volume>& volumes) {

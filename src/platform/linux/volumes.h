@@ -16,6 +16,13 @@ std::vector<Volume> volumesOf(const LinuxOptions& options);
 // Index of the volume of that name, as it stands or in any letter case; volumes.size() when there is none.
 std::size_t volumeNamed(const std::vector<Volume>& volumes, std::string_view name);
 
+// Where a POSIX path leads when "/Volumes/NAME/..." means the volume NAME, whose index becomes `volume`. Below it each
+// component is looked up as it stands, then in any letter case; the last one need not exist. Other paths, and those of
+// volumes that are not known, stay as they are, with volumes.size(). fnfErr for a way out of the volume, bdNamErr for a
+// NUL, or the status of a folder that is missing or none.
+Status volumePath(const std::vector<Volume>& volumes, std::string_view posixPath, std::string& path,
+                  std::size_t& volume);
+
 // Classic path of the host's executable: that of the options, or of this process. Empty when no volume holds it.
 std::string applicationOf(const LinuxOptions& options);
 
