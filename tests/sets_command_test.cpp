@@ -1,5 +1,10 @@
 // `quil sets` and `quil map-list` as people call them.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 #include <tuple>
@@ -12,6 +17,16 @@ namespace {
 
 using support::Outcome;
 using support::quil;
+
+// The address sanitizer takes more room than the limit of a test leaves.
+#ifndef __has_feature
+#define __has_feature(x) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+constexpr bool kHasMemoryLimits = false;
+#else
+constexpr bool kHasMemoryLimits = true;
+#endif
 
 class SetsCommand : public ::testing::Test {
   protected:
@@ -26,6 +41,49 @@ class SetsCommand : public ::testing::Test {
     const std::string c = file("c", "Q\rA\r");
     const std::string d = file("d", "D\n");
 };
+
+// What `quil` shows on a terminal that is its standard error, while its output is read slowly; until it shows `last` or
+// ends.
+std::string shownOnATerminal(std::vector<std::string> arguments, std::string_view last) {
+    arguments.insert(arguments.begin(), QUIL_BINARY_DIR "/quil");
+    std::vector<char*> words;
+    for (std::string& argument : arguments) {
+        words.push_back(argument.data());
+    }
+    words.push_back(nullptr);
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    int output[2];
+    if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0 || ::pipe2(output, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pseudo terminal");
+    }
+    const int screen = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::dup2(output[1], STDOUT_FILENO);
+        ::dup2(screen, STDERR_FILENO);
+        ::execv(words[0], words.data());
+        ::_exit(127);
+    }
+    ::close(screen);
+    ::close(output[1]);
+    std::string shown;
+    std::vector<char> buffer(1 << 16);
+    pollfd ready[] = {{terminal, POLLIN, 0}, {output[0], POLLIN, 0}};
+    for (bool open = true; open && shown.find(last) == std::string::npos;) {
+        if (::poll(ready, 1, 50) > 0) {
+            const ssize_t count = ::read(terminal, buffer.data(), buffer.size());
+            open = count > 0;
+            shown.append(buffer.data(), open ? static_cast<std::size_t>(count) : 0);
+        } else if (::poll(&ready[1], 1, 0) > 0 && ::read(output[0], buffer.data(), buffer.size()) <= 0) {
+            ready[1].fd = -1;
+        }
+    }
+    ::close(output[0]);
+    ::close(terminal);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return shown;
+}
 
 TEST_F(SetsCommand, KeepEachIDOnceInTheOrderOfTheInput) {
     EXPECT_EQ(quil({"sets", "dedupe", a}).output, "A\nB\nC\n");
@@ -69,6 +127,24 @@ TEST_F(SetsCommand, CombineListsOfManyIDs) {
     EXPECT_EQ(quil({"sets", "and", "-", file("second", second)}, {first}).output, both);
 }
 
+TEST_F(SetsCommand, ShowHowFarLongWorkIs) {
+    std::string ids;
+    for (int i = 0; i < 150000; ++i) {
+        ids += "CH000000" + std::to_string(100000000000 + i) + "\n";
+    }
+    const std::string written = shownOnATerminal({"sets", "dedupe", file("many", ids)}, " %");
+    const std::size_t at = written.find("writing IDs: ");
+    ASSERT_NE(at, std::string::npos) << written;
+    EXPECT_NE(written.substr(at + 13, 2), "0 ");
+
+    std::string objects;
+    while (objects.size() <= 16 << 20) {
+        objects += "1100010030300001 and what else the line has: " + std::string(10000, 'x') + "\n";
+    }
+    EXPECT_TRUE(shownOnATerminal({"map-list", file("objects", objects), "--ids", file("ids", "B3000001")}, "unlikely")
+                    .ends_with("\rfinding the objects\033[K\r\033[K"));
+}
+
 TEST_F(SetsCommand, NameFileAndLineOfABadID) {
     const Outcome tooLong = quil({"sets", "dedupe", b, file("e", "A\n\nabcdefghijklmnopqrstuvwx\n")});
     EXPECT_EQ(tooLong.status, 1);
@@ -79,6 +155,18 @@ TEST_F(SetsCommand, NameFileAndLineOfABadID) {
     EXPECT_NE(quil({"sets", "dedupe"}, {std::string("A\0B", 3)}).errors.find("standard input:1: the ID has a NUL"),
               std::string::npos);
     EXPECT_NE(quil({"sets", "dedupe", folder.file("none")}).errors.find("none: cannot be read"), std::string::npos);
+}
+
+TEST_F(SetsCommand, NameTheFileThatIsTooLargeForTheMemory) {
+    if (!kHasMemoryLimits) {
+        GTEST_SKIP() << "no memory can be limited under the address sanitizer";
+    }
+    const std::string huge = file("huge", "");
+    std::filesystem::resize_file(huge, std::uintmax_t{3} << 30);
+    const Outcome outcome = support::run(
+        {"bash", "-c", "ulimit -v 2000000; exec \"$0\" sets dedupe \"$1\"", QUIL_BINARY_DIR "/quil", huge});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors, "quil: " + huge + ": too large for the memory (3072 MiB)\n");
 }
 
 TEST_F(SetsCommand, RefuseWrongUsage) {
@@ -95,12 +183,18 @@ TEST_F(SetsCommand, RefuseWrongUsage) {
                                                {"map-list"},
                                                {"map-list", "-"},
                                                {"map-list", a, "--ids", b, "--map", ""},
-                                               {"map-list", a, "--ids", b, "--layers", "12=X"}}) {
+                                               {"map-list", a, "--ids", b, "--layers", "12=X"},
+                                               {"map-list", a, "--ids", b, "--map", "K\xFCste"},
+                                               {"map-list", a, "--ids", b, "--map", "A\tB"},
+                                               {"map-list", a, "--ids", b, "--layers", "3=A,4=B\nC"},
+                                               {"map-list", a, "--ids", b, "--layers", "3=\xC3"}}) {
         const Outcome outcome = quil(arguments);
         EXPECT_EQ(outcome.status, 2) << arguments.back() << outcome.errors;
         EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(outcome.errors.find("quil: "), 0U);
     }
+    EXPECT_NE(quil({"map-list", a, "--ids", b, "--map", "K\xFCste\r"}).errors.find("--map: \"K\\xFCste\\x0D\" is not"),
+              std::string::npos);
 }
 
 TEST_F(SetsCommand, SayWhatIsWrongWithAnExpression) {
@@ -148,6 +242,11 @@ TEST_F(SetsCommand, ListMoreObjectsThanAnAnswerHolds) {
         quil({"map-list", file("objects", objects)}, {"B2000001", {{"TMPDIR", temporary.path().string()}}});
     EXPECT_EQ(outcome.output, lines);
     EXPECT_TRUE(std::filesystem::is_empty(temporary.path())) << "nothing is left behind";
+    const Outcome first = support::run(
+        {"bash", "-c", "\"$0\" map-list \"$1\" | head -n 1", QUIL_BINARY_DIR "/quil", folder.file("objects")},
+        {"B2000001", {{"TMPDIR", temporary.path().string()}}});
+    EXPECT_EQ(first.output, lines.substr(0, lines.find('\n') + 1));
+    EXPECT_TRUE(std::filesystem::is_empty(temporary.path())) << "nor when its reader goes";
 }
 
 }  // namespace

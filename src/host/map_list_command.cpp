@@ -4,18 +4,23 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <memory>
 
 #include "host/atomic_file.h"
 #include "host/commands.h"
 #include "host/private_session.h"
+#include "platform/text.h"
 
 namespace host {
 
 namespace {
 
 constexpr std::size_t kLongestID = 31;
+constexpr std::size_t kBlock = 1 << 20;      // of what is written, between two looks at the clock
+constexpr std::size_t kLongWork = 16 << 20;  // bytes of objects whose search takes people's time
 constexpr char kObjects[] = "objects.txt";
 constexpr char kList[] = "Work:LST2.txt";
 
@@ -27,10 +32,25 @@ struct MapListOptions {
     bool raw = false;
 };
 
+// Hands a text over in blocks between which the progress is shown.
+template <class Write>
+bool writeInBlocks(std::string_view text, ProgressLine& progress, Write write) {
+    for (std::size_t at = 0; at < text.size(); at += kBlock) {
+        if (!write(text.substr(at, kBlock))) {
+            return false;
+        }
+        progress.showNow(at, text.size());
+    }
+    return true;
+}
+
 // A file in the session's own folder.
 void putFile(const std::string& path, std::string_view content) {
+    ProgressLine progress("copying the objects");
     std::FILE* file = std::fopen(path.c_str(), "wb");
-    const bool written = file != nullptr && std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    const bool written = file != nullptr && writeInBlocks(content, progress, [file](std::string_view block) {
+                             return std::fwrite(block.data(), 1, block.size(), file) == block.size();
+                         });
     if (file == nullptr || std::fclose(file) != 0 || !written) {
         throw HostError(path + ": cannot be written; name another place for it in the environment variable TMPDIR");
     }
@@ -38,6 +58,28 @@ void putFile(const std::string& path, std::string_view content) {
 
 void usage(const char* option, const std::string& message) {
     throw CLI::ValidationError(option, message);
+}
+
+// A name goes into every line, so it may not break one. Also in a message, which shows what it holds instead.
+void checkName(const char* option, std::string_view name) {
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
+    const bool isUtf8 = platform::isUtf8(name);
+    if (isUtf8 && std::none_of(name.begin(), name.end(), isControl)) {
+        return;
+    }
+    std::string shown;
+    for (const char c : name) {
+        if (isControl(c) || (!isUtf8 && static_cast<unsigned char>(c) >= 0x80)) {
+            std::array<char, 8> code{};
+            std::snprintf(code.data(), code.size(), "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+            shown += code.data();
+        } else {
+            shown += c;
+        }
+    }
+    usage(option, "\"" + shown + "\" " +
+                      (isUtf8 ? "has a tab, a line end or another control character; a name has none"
+                              : "is not UTF-8; convert it, for example with iconv -f MACINTOSH -t UTF-8"));
 }
 
 void nameLayers(PrivateSession& session, const std::vector<std::string>& layers) {
@@ -55,13 +97,16 @@ void nameLayers(PrivateSession& session, const std::vector<std::string>& layers)
     }
 }
 
-void listObjects(const MapListOptions& options, const Context& context) {
-    if (options.file == "-" && options.ids == "-") {
-        usage("FILE", "standard input cannot be both the map's objects and the record IDs; name a file with --ids");
-    }
+// The LST2 lines. What the work needs is gone when they are there: whoever reads them may go before the last one.
+std::string findObjects(const MapListOptions& options, const Context& context) {
     const IDList ids = readIDs(options.ids, kLongestID);
     PrivateSession session(context, true);
-    putFile(session.folder() + "/" + kObjects, readInput(options.file));
+    std::size_t size = 0;
+    {
+        const std::string objects = readInput(options.file);
+        size = objects.size();
+        putFile(session.folder() + "/" + kObjects, objects);
+    }
     nameLayers(session, options.layers);
     session.call("HBT_ShowOnMapInit", options.map);
     if (!session.alerts().empty()) {
@@ -80,14 +125,34 @@ void listObjects(const MapListOptions& options, const Context& context) {
             progress.show(++done, ids.count);
         });
     }
+    ProgressLine progress("finding the objects");
+    if (size > kLongWork) {
+        progress.showAtOnce();
+    }
     std::string text = session.callChecked("HBT_ShowOnMapGetLST2", std::string("Work:") + kObjects);
     if (text == kList) {  // too long for an answer
         text = readInput(session.folder() + "/LST2.txt");
     }
+    return text;
+}
+
+void listObjects(const MapListOptions& options, const Context& context) {
+    if (options.file == "-" && options.ids == "-") {
+        usage("FILE", "standard input cannot be both the map's objects and the record IDs; name a file with --ids");
+    }
+    checkName("--map", options.map);
+    for (const std::string& layer : options.layers) {
+        checkName("--layers", layer);
+    }
+    std::string text = findObjects(options, context);
     if (!options.raw) {
         std::erase(text, '\r');
     }
-    writeOutput(text);
+    ProgressLine progress("writing the lines", true);
+    writeInBlocks(text, progress, [](std::string_view block) {
+        writeOutput(block);
+        return true;
+    });
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -116,38 +117,50 @@ std::string PrivateSession::alerts() {
 std::string readInput(const std::string& path) {
     const bool standard = path == "-";
     const int file = standard ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const auto fail = [&](int error) {
+    const auto fail = [&](const std::string& why) {
         if (!standard && file >= 0) {
             ::close(file);
         }
-        throw HostError((standard ? std::string("standard input") : path) +
-                        ": cannot be read: " + std::strerror(error));
+        throw HostError((standard ? std::string("standard input") : path) + ": " + why);
     };
     if (file < 0) {
-        fail(errno);
+        fail(std::string("cannot be read: ") + std::strerror(errno));
     }
     struct stat status {};
+    const bool regular = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    const std::size_t size = regular ? static_cast<std::size_t>(status.st_size) : 0;
     constexpr std::size_t kBlock = 1 << 18;
+    constexpr std::size_t kAtOnce = 1 << 24;
     std::string text;
     std::size_t used = 0;
-    // One byte more than a regular file has, so that its end is met without growing.
-    text.resize(::fstat(file, &status) == 0 && S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) + 1
-                                                                       : kBlock);
-    for (;;) {
-        if (used == text.size()) {
-            text.resize(text.size() * 2);
+    try {
+        ProgressLine progress(standard ? "reading standard input" : "reading");
+        const bool typed = ::isatty(file) == 1;
+        // One byte more than a regular file has, so that its end is met without growing.
+        text.resize(regular ? size + 1 : kBlock);
+        for (;;) {
+            if (used == text.size()) {
+                text.resize(text.size() * 2);
+            }
+            const ssize_t count = ::read(file, text.data() + used, std::min(text.size() - used, kAtOnce));
+            if (count == 0) {
+                break;
+            }
+            if (count > 0) {
+                used += static_cast<std::size_t>(count);
+                if (!typed) {
+                    progress.showNow(used, size);
+                }
+            } else if (errno != EINTR) {
+                fail(std::string("cannot be read: ") + std::strerror(errno));
+            }
         }
-        const ssize_t count = ::read(file, text.data() + used, text.size() - used);
-        if (count == 0) {
-            break;
-        }
-        if (count > 0) {
-            used += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            fail(errno);
-        }
+        text.resize(used);
+    } catch (const HostError&) {
+        throw;
+    } catch (const std::exception&) {  // bad_alloc or, where no text could be so long, length_error
+        fail("too large for the memory (" + std::to_string(std::max(size, used) >> 20) + " MiB)");
     }
-    text.resize(used);
     if (!standard) {
         ::close(file);
     }
@@ -177,8 +190,11 @@ IDList readIDs(const std::string& path, std::size_t longest) {
     return list;
 }
 
-ProgressLine::ProgressLine(std::string what)
-    : what_(std::move(what)), terminal_(::isatty(STDERR_FILENO) == 1), start_(now()), last_(start_) {}
+ProgressLine::ProgressLine(std::string what, bool ofOutput)
+    : what_(std::move(what)),
+      terminal_(::isatty(STDERR_FILENO) == 1 && !(ofOutput && ::isatty(STDOUT_FILENO) == 1)),
+      start_(now()),
+      last_(start_) {}
 
 ProgressLine::~ProgressLine() {
     if (drawn_) {
@@ -195,8 +211,18 @@ void ProgressLine::draw(std::size_t done, std::size_t total) {
         return;
     }
     last_ = time;
+    put(total == 0 ? "" : ": " + std::to_string(std::min(done, total) * 100 / total) + " %");
+}
+
+void ProgressLine::showAtOnce() {
+    if (terminal_) {
+        put("");
+    }
+}
+
+void ProgressLine::put(const std::string& amount) {
     drawn_ = true;
-    std::fprintf(stderr, "\r%s: %zu %%\033[K", what_.c_str(), total == 0 ? 100 : done * 100 / total);
+    std::fprintf(stderr, "\r%s%s\033[K", what_.c_str(), amount.c_str());
     std::fflush(stderr);
 }
 

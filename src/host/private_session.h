@@ -68,16 +68,17 @@ struct IDList {
     void forEach(Each each) const;
 };
 
-// Reads a file whole; "-" is standard input. Throws HostError that names it.
+// Reads a file whole; "-" is standard input. Shows how far it is. Throws HostError that names it.
 std::string readInput(const std::string& path);
 // Reads a list. Throws HostError that names file and line for an ID of more than `longest` bytes, with a NUL or not in
 // UTF-8.
 IDList readIDs(const std::string& path, std::size_t longest);
 
-// One line on standard error, only when that is a terminal and the work is long; gone at the end.
+// One line on standard error, only when that is a terminal and the work is long; gone at the end. `ofOutput`: the work
+// is to write to standard output, which needs no line where people see it grow.
 class ProgressLine {
   public:
-    explicit ProgressLine(std::string what);
+    explicit ProgressLine(std::string what, bool ofOutput = false);
     ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
@@ -87,15 +88,18 @@ class ProgressLine {
             draw(done, total);
         }
     }
-    // The same for calls that have work between them.
+    // The same for calls that have work between them. A total of 0 is one that is not known.
     void showNow(std::size_t done, std::size_t total) {
         if (terminal_) {
             draw(done, total);
         }
     }
+    // For work of one step, which is known to be long: draws the line at once, without per cent.
+    void showAtOnce();
 
   private:
     void draw(std::size_t done, std::size_t total);
+    void put(const std::string& amount);
 
     std::string what_;
     bool terminal_;

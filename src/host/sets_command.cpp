@@ -126,7 +126,7 @@ void collect(PrivateSession& session, const std::vector<const IDList*>& lists) {
 
 void printFoundSet(PrivateSession& session) {
     const std::size_t count = std::stoul(session.callChecked("VSTA_GetNumFoundIDs", ""));
-    ProgressLine progress("writing IDs");
+    ProgressLine progress("writing IDs", true);
     std::size_t written = 0;
     while (written < count) {
         const std::size_t end = std::min(written + kIDsAtOnce, count);
