@@ -16,7 +16,10 @@ class Console : public testing::Test {
     Console() {
         support::writeFile(folder.path() / "solution.lua",
                            "function scripts.Hello(who) print('hello ' .. (who or 'you')) return 42 end\n"
-                           "function scripts.Loop() while true do end end\n");
+                           "function scripts.Loop() while true do end end\n"
+                           "window{title = 'Main'}\n"
+                           "function scripts.Collect() QUIL_External('VSTA_InitFoundSet', '100') pause(2.1)\n"
+                           "for i = 1, 3 do QUIL_External('VSTA_SetNextFoundID', i) end end\n");
         support::writeFile(folder.path() / "schema.sql", "CREATE TABLE t (a, b);");
     }
     support::TemporaryFolder folder;
@@ -97,6 +100,10 @@ TEST_F(Console, InATerminalCompletesInterruptsAndKeepsItsHistory) {
         EXPECT_TRUE(terminal.shows("print(6 * 7) end\n", "\n42"));
         EXPECT_TRUE(terminal.shows("print('loop' .. 'ing') pause(0) perform('Loop')\n", "looping"));
         EXPECT_TRUE(terminal.shows("\x03", "failed and its changes were undone"));
+        // The line of progress gives way to other output and goes with the script.
+        constexpr char kAt3[] = "\r\033[KCollecting 100 found IDs: 3 %\r\033[K";
+        EXPECT_TRUE(terminal.shows("perform('Collect') print('next')\n", std::string(kAt3) + "next"));
+        EXPECT_TRUE(terminal.shows("perform('Collect')\n", std::string(kAt3) + "quil> "));
         // Only at the prompt does the terminal pass on what ends it.
         ASSERT_TRUE(terminal.shows("print('alive')\n", "alive\r\nquil> "));
         ASSERT_TRUE(terminal.shows("\x04", "\n"));

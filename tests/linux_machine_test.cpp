@@ -129,6 +129,15 @@ TEST(TerminalWindowsTest, DrawProgressAsOneLineThatGoes) {
         EXPECT_EQ(terminal.shown(), "\r\033[K") << "gone when finished";
         windows.drawProgress(nullptr, {{}, "x", 1.0, true});
         EXPECT_EQ(terminal.shown(), "\r\033[Kx: 100 %");
+        const int elsewhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        windows.beforeOutput(elsewhere);
+        EXPECT_EQ(terminal.shown(), "") << "it stays while the output goes elsewhere";
+        ::close(elsewhere);
+        windows.beforeOutput(terminal.descriptor());
+        windows.beforeOutput(terminal.descriptor());
+        EXPECT_EQ(terminal.shown(), "\r\033[K") << "gone before other output";
+        windows.drawProgress(nullptr, {{}, "x", 0.5, true});
+        EXPECT_EQ(terminal.shown(), "\r\033[Kx: 50 %");
     }
     EXPECT_EQ(terminal.shown(), "\r\033[K") << "gone with the machine";
 
@@ -266,6 +275,13 @@ TEST_F(TerminalDialogsTest, AChooserCancelsWithoutATerminalAndOnlyATerminalBeeps
     dialogs_ = makeTerminalDialogs(*files_, options_, terminal_.descriptor(), terminal_.descriptor());
     dialogs_->beep();
     EXPECT_EQ(terminal_.shown(), "\a");
+
+    TerminalWindows windows(terminal_.descriptor());
+    dialogs_ = makeTerminalDialogs(*files_, options_, -1, terminal_.descriptor(),
+                                   [&] { windows.beforeOutput(terminal_.descriptor()); });
+    windows.drawProgress(nullptr, {{}, "x", 0.5, true});
+    dialogs_->beep();
+    EXPECT_EQ(terminal_.shown(), "\r\033[Kx: 50 %\r\033[K\a") << "not behind a line of progress";
 }
 
 TEST_F(TerminalDialogsTest, HeightsCountWrappedLinesOf16Pixels) {

@@ -70,6 +70,15 @@ std::string title(const std::vector<std::string>& performing) {
     return text;
 }
 
+platform::MemoryWindows& windowsOfMachine() {
+    return dynamic_cast<platform::MemoryWindows&>(platform::machine().windows());
+}
+
+// The host is at its ease, as when it repaints its windows.
+void takeAwayProgress() {
+    windowsOfMachine().beforeOutput(STDERR_FILENO);
+}
+
 }  // namespace
 
 Solution::Solution(Context& context, const SolutionOptions& options)
@@ -213,6 +222,7 @@ void Solution::idle() {
         lastActive_ = now;
     }
     nextIdle_ = now + kBetweenIdleCalls;
+    takeAwayProgress();
     platform::machine().events().dispatch();
     plugin().idle(now - lastActive_ < kUserStaysActive ? fmx::kIdleUserNotIdle : fmx::kIdleUserIdle);
     platform::machine().events().dispatch();  // what the plug-in asked of the host
@@ -244,6 +254,7 @@ void Solution::pause(double seconds) {
         throw HostError("only a script can pause");
     }
     std::fflush(stdout);
+    takeAwayProgress();
     constexpr double kLongest = 1e9;
     const auto end = Life::Clock::now() + std::chrono::duration_cast<Life::Clock::duration>(
                                               std::chrono::duration<double>(std::min(seconds, kLongest)));
@@ -352,6 +363,7 @@ bool Solution::transact(const std::string& name, const std::function<void(lua_St
         }
         database_->rollback();
     }
+    takeAwayProgress();
     performing_.clear();
     active_ = true;
     nextIdle_ = Life::Clock::now() + kAfterAScript;
@@ -448,6 +460,7 @@ void Solution::print(std::string_view text) {
     if (observer_ != nullptr) {
         observer_->prints(text);
     }
+    windowsOfMachine().beforeOutput(STDOUT_FILENO);
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
         throw HostError(std::string("cannot write to standard output: ") + std::strerror(errno));
     }
@@ -455,6 +468,7 @@ void Solution::print(std::string_view text) {
 
 void Solution::tell(const std::string& text) {
     std::fflush(stdout);
+    takeAwayProgress();
     std::fprintf(stderr, "quil: %s\n", text.c_str());
     log(text);
 }
@@ -476,20 +490,13 @@ void Solution::log(const std::string& text) {
     line += '\n';
     std::fwrite(line.data(), 1, line.size(), log_.get());
     if (std::fflush(log_.get()) != 0) {
+        takeAwayProgress();
         std::fprintf(stderr, "quil: cannot write the log: %s\n", std::strerror(errno));
         log_.reset();
     }
 }
 
 // Windows and menus.
-
-namespace {
-
-platform::MemoryWindows& windowsOfMachine() {
-    return dynamic_cast<platform::MemoryWindows&>(platform::machine().windows());
-}
-
-}  // namespace
 
 platform::WindowRef Solution::windowTitled(const std::string& title) {
     platform::Windows& windows = platform::machine().windows();

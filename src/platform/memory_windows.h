@@ -42,6 +42,8 @@ class MemoryWindows : public Windows {
 
     // SelectWindow: puts the window in front of all others.
     virtual void bringToFront(WindowRef window);
+    // To be called before anything else is written to the descriptor `output`: what is drawn on the same terminal goes.
+    virtual void beforeOutput(int /*output*/) {}
     // Replaces the window list, front first. A window with a title that was there before is the same window.
     void setWindows(const std::vector<WindowRecord>& windows);
 

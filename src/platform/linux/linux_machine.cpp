@@ -18,7 +18,8 @@ class LinuxMachine : public Machine {
         : files_(makeLinuxFiles(options)),
           events_(makeLinuxEvents(*files_, options, bus_)),
           processes_(makeLinuxProcesses(*files_, options, bus_.get())),
-          dialogs_(makeTerminalDialogs(*files_, options, options.asksUser ? STDIN_FILENO : -1, STDERR_FILENO)),
+          dialogs_(makeTerminalDialogs(*files_, options, options.asksUser ? STDIN_FILENO : -1, STDERR_FILENO,
+                                       [this] { windows_.beforeOutput(STDERR_FILENO); })),
           input_(makeLinuxInput()),
           resources_(makeBundleResources()) {}
 
@@ -40,8 +41,8 @@ class LinuxMachine : public Machine {
     std::unique_ptr<Bus> bus_;
     std::unique_ptr<Events> events_;
     std::unique_ptr<Processes> processes_;
-    std::unique_ptr<Dialogs> dialogs_;
     TerminalWindows windows_{STDERR_FILENO};
+    std::unique_ptr<Dialogs> dialogs_;  // takes away what windows_ drew
     MemoryMenus menus_;
     std::unique_ptr<Input> input_;
     std::unique_ptr<Resources> resources_;

@@ -1,6 +1,7 @@
 // The managers of the machine on Linux, one by one.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "platform/linux/linux_machine.h"
@@ -9,8 +10,9 @@ namespace platform {
 
 // Alerts and choosers as lines on the descriptor `output`, answered on `input` when that is a terminal. An alert
 // without one takes its default button, a chooser cancels; either says so in one line. `files` must outlive the
-// manager.
-std::unique_ptr<Dialogs> makeTerminalDialogs(Files& files, const LinuxOptions& options, int input, int output);
+// manager. `beforeOutput`, unless empty, is called before anything is written.
+std::unique_ptr<Dialogs> makeTerminalDialogs(Files& files, const LinuxOptions& options, int input, int output,
+                                             std::function<void()> beforeOutput = {});
 
 // The clock that counts from start-up and never goes back; no mouse, and the usual double-click time of half a second.
 std::unique_ptr<Input> makeLinuxInput();

@@ -80,8 +80,9 @@ namespace {
 
 class TerminalDialogs : public Dialogs {
   public:
-    TerminalDialogs(Files& files, const LinuxOptions& options, int input, int output)
-        : files_(files), options_(options), input_(input), output_(output) {}
+    TerminalDialogs(Files& files, const LinuxOptions& options, int input, int output,
+                    std::function<void()> beforeOutput)
+        : files_(files), options_(options), input_(input), output_(output), beforeOutput_(std::move(beforeOutput)) {}
 
     std::int16_t textHeight(std::string_view text, std::int16_t width) override try {
         const std::string shown = printable(text);
@@ -321,6 +322,9 @@ class TerminalDialogs : public Dialogs {
     // --- lines
 
     bool print(std::string_view text) {
+        if (beforeOutput_) {
+            beforeOutput_();
+        }
         while (!text.empty()) {
             const ssize_t count = ::write(output_, text.data(), text.size());
             if (count > 0) {
@@ -366,13 +370,15 @@ class TerminalDialogs : public Dialogs {
     LinuxOptions options_;
     int input_;
     int output_;
+    std::function<void()> beforeOutput_;
     std::map<std::string, Folder> folders_;  // by client
 };
 
 }  // namespace
 
-std::unique_ptr<Dialogs> makeTerminalDialogs(Files& files, const LinuxOptions& options, int input, int output) {
-    return std::make_unique<TerminalDialogs>(files, options, input, output);
+std::unique_ptr<Dialogs> makeTerminalDialogs(Files& files, const LinuxOptions& options, int input, int output,
+                                             std::function<void()> beforeOutput) {
+    return std::make_unique<TerminalDialogs>(files, options, input, output, std::move(beforeOutput));
 }
 
 }  // namespace platform

@@ -53,4 +53,10 @@ void TerminalWindows::drawProgress(WindowRef window, const ProgressBox& box) {
     drawn_ = true;
 }
 
+void TerminalWindows::beforeOutput(int output) {
+    if (drawn_ && isatty(output) == 1) {
+        clear();
+    }
+}
+
 }  // namespace platform

@@ -6,7 +6,8 @@
 namespace platform {
 
 // Draws progress as "text: N %" on the descriptor `output`, each time over the last one, and takes it away when the
-// work is finished (a box without a bar) or this object goes. Nothing when `output` is no terminal.
+// work is finished (a box without a bar), before other output to a terminal, or when this object goes. Nothing when
+// `output` is no terminal.
 class TerminalWindows : public MemoryWindows {
   public:
     explicit TerminalWindows(int output);
@@ -15,6 +16,7 @@ class TerminalWindows : public MemoryWindows {
     TerminalWindows& operator=(const TerminalWindows&) = delete;
 
     void drawProgress(WindowRef window, const ProgressBox& box) override;
+    void beforeOutput(int output) override;
 
   private:
     void clear();
