@@ -1,11 +1,15 @@
 // Submission years in identifiers, and the commands on files and paths.
 #include "files/years.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -269,6 +273,130 @@ TEST(FileCommands, ExplainPathsInBothDirections) {
         support::quil({"--volume", volume, "path", "-b", "--classic", classic.substr(0, classic.size() - 1)}).output,
         path + "\n");
     EXPECT_EQ(support::quil({"path", "-b", "Nope:x"}).status, 1);
+}
+
+TEST(FileCommands, ExplainWhatAPathHasWrong) {
+    const support::TemporaryFolder folder;
+    support::writeFile(folder.path() / "t", "");
+    support::writeFile(folder.path() /
+                           "\xC2\x9B"
+                           "2J",
+                       "");
+    const bool attributes = setxattr(folder.file("t").c_str(), "user.com.apple.FinderInfo",
+                                     "\x1B[2J\x8Etxt0123456789abcdefghijklmn", 32, 0) == 0;
+    const std::string volume = "Disk=" + folder.path().string();
+    const std::pair<const char*, std::string> cases[] = {
+        {"Disk:..:etc", "  POSIX      none\n"},
+        {"Disk:..:etc", "  exists     no, \".\" and \"..\" are no names in a classic path\n"},
+        {"Disk:t:", "  exists     no, " + folder.file("t") + " is no folder\n"},
+        {"Disk:t:y", "  exists     no, " + folder.file("t") + " is no folder\n"},
+        {"Disk:none:y", "  exists     no, nor does its folder\n"},
+        {"/Volumes/disk/T", "  classic    Disk:t\n  POSIX      " + folder.file("t") + "\n  read as    " +
+                                folder.file("t") + ": \"/Volumes/Disk\" is the volume to script functions\n"},
+        {"/Volumes/Disk/none/y", "  classic    Disk:none:y\n"},
+        {"/Volumes/None/y", "  classic    "},
+        {"Disk:\xC2\x9B"
+         "2J",
+         "  classic    Disk:\\xC2\\x9B2J\n"},
+        {"Disk:t", attributes ? "  Finder     type '\\x1B[2J', creator '\xC3\xA9txt'\n" : ""},
+    };
+    for (const auto& [path, line] : cases) {
+        const support::Outcome outcome = support::quil({"--volume", volume, "--volume", "Linux=/", "path", path});
+        EXPECT_NE(outcome.output.find(line), std::string::npos) << outcome.output << outcome.errors;
+    }
+    for (const char* path : {"", "/Volumes/Disk/../x"}) {
+        const support::Outcome outcome = support::quil({"--volume", volume, "path", path});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_NE(outcome.errors.find(*path == 0 ? "an empty path names nothing" : "leads out of its volume"),
+                  std::string::npos)
+            << outcome.errors;
+    }
+}
+
+// Starts the built `quil` with both outputs to `output`; the parent's end of them is `other`.
+pid_t startQuil(std::vector<std::string> arguments, int output, int other, const std::string& temporaries) {
+    arguments.insert(arguments.begin(), QUIL_BINARY_DIR "/quil");
+    std::vector<char*> words;
+    for (std::string& argument : arguments) {
+        words.push_back(argument.data());
+    }
+    words.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+            std::signal(signal, SIG_DFL);
+        }
+        setenv("TMPDIR", temporaries.c_str(), 1);
+        dup2(output, STDOUT_FILENO);
+        dup2(output, STDERR_FILENO);
+        close(other);
+        execv(words[0], words.data());
+        _exit(127);
+    }
+    close(output);
+    return child;
+}
+
+TEST(FileCommands, LeaveNoFolderBehindWhenASignalEndsThem) {
+    const support::TemporaryFolder folder;
+    support::writeFile(folder.path() / "f", "xxCKTR2015yyyyyyyyyyyyyyyyFDTR2012");
+    std::filesystem::create_directory(folder.path() / "tmp");
+    std::vector<std::string> command = {"years"};
+    command.insert(command.end(), 10'000, folder.file("f"));  // whose answers are more than a pipe takes
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+        int ends[2] = {-1, -1};
+        ASSERT_EQ(pipe(ends), 0);
+        const pid_t child = startQuil(command, ends[1], ends[0], folder.file("tmp"));
+        char first = 0;
+        EXPECT_EQ(read(ends[0], &first, 1), 1);
+        EXPECT_FALSE(std::filesystem::is_empty(folder.path() / "tmp"));
+        if (signal == SIGPIPE) {
+            close(ends[0]);
+        } else {
+            kill(child, signal);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "tmp")) << signal;
+        if (signal != SIGPIPE) {
+            close(ends[0]);
+        }
+    }
+}
+
+TEST(FileCommands, ShowNamesOnATerminalWithoutTheirControlCharacters) {
+    const support::TemporaryFolder folder;
+    const std::string file = folder.file("a\x1B]0;x\x07\xC2\x9B");
+    support::writeFile(file, "xxCKTR2015yyyyyyyyyyyyyyyyFDTR2012");
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
+        GTEST_SKIP() << "there are no pseudo-terminals";
+    }
+    const int output = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const pid_t child = startQuil({"years", file, file + "none"}, output, terminal, folder.path());
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count; (count = read(terminal, buffer, sizeof buffer)) > 0;) {
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    const std::string shown = folder.file("a\\x1B]0;x\\x07\\xC2\\x9B");
+    EXPECT_EQ(text, shown + ": 2012 2015\r\nquil: " + shown + "none: No such file or directory\r\n");
+}
+
+TEST(FileCommands, TellWhyAFileCannotBeRead) {
+    const support::TemporaryFolder folder;
+    const std::string file = folder.file("f");
+    support::writeFile(file, "xxCKTR2015yyyyyyyyyyyyyyyyFDTR2012");
+    chmod(file.c_str(), 0200);
+    support::RunOptions options;
+    options.withoutOverride = true;
+    EXPECT_EQ(support::quil({"years", file}, options).errors,
+              "quil: " + file + ": cannot be read: Permission denied\n");
+    EXPECT_EQ(support::quil({"renumber", "2001", file}, options).errors,
+              "quil: " + file + ": cannot be read and written: Permission denied\n");
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <optional>
 
 #include "host/commands.h"
+#include "host/shown_text.h"
 #include "platform/linux/names.h"
 #include "platform/linux/volumes.h"
 #include "platform/text.h"
@@ -22,6 +23,7 @@ namespace host {
 namespace {
 
 constexpr std::size_t kLongestPath = 255;
+constexpr char kNoName[] = "\".\" and \"..\" are no names in a classic path";
 
 struct PathOptions {
     std::vector<std::string> paths;
@@ -30,35 +32,12 @@ struct PathOptions {
     bool brief = false;
 };
 
-// Text for the terminal: control characters and what is not UTF-8 as \xHH, and '\' doubled where there are any.
-std::string shown(std::string_view bytes) {
-    const bool plain = platform::isUtf8(bytes) && std::none_of(bytes.begin(), bytes.end(), [](char c) {
-                           return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-                       });
-    std::string text;
-    for (std::size_t at = 0; at < bytes.size();) {
-        const std::size_t start = at;
-        const char32_t character = platform::nextCharacter(bytes, at);
-        if (plain || (character != platform::noCharacter && character >= 0x20 && character != 0x7F)) {
-            at = plain ? bytes.size() : at;
-            text += bytes.substr(start, at - start);
-            text += !plain && character == '\\' ? "\\" : "";
-            continue;
-        }
-        char code[8];
-        std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned char>(bytes[start]));
-        text += code;
-        at = start + 1;
-    }
-    return text;
-}
-
 std::string codeText(platform::OSType code) {
-    std::string text = "'";
+    std::string text;
     for (int shift = 24; shift >= 0; shift -= 8) {
-        text += static_cast<char>(code >> shift & 0xFF);
+        platform::appendUtf8(text, platform::characterOfMacRoman(static_cast<char>(code >> shift & 0xFF)));
     }
-    return text + "'";
+    return "'" + shown(text) + "'";
 }
 
 std::string encodingOf(std::string_view name) {
@@ -97,12 +76,16 @@ class Explainer {
         : options_(options), context_(context), files_(platform::makeLinuxFiles(context.machine)) {}
 
     void explain(const std::string& given) {
+        if (given.empty()) {
+            throw HostError("an empty path names nothing");
+        }
         const bool isPosix =
             options_.posix || (!options_.classic && (given.starts_with('/') || given.starts_with("./") ||
                                                      given.starts_with("../") || given.find(':') == given.npos));
         std::string classic = given;
+        std::string volumeRead;  // what the plug-in reads otherwise than the system
         if (isPosix) {
-            const std::string absolute = std::filesystem::absolute(given).string();
+            const std::string absolute = belowVolume(std::filesystem::absolute(given).string(), volumeRead);
             classic = platform::classicPathOf(context_.machine, absolute);
             if (classic.empty()) {
                 throw HostError(given + ": is on no volume; add one with --volume NAME=DIR");
@@ -112,7 +95,7 @@ class Explainer {
         }
         platform::FSSpec spec;
         const platform::Status status = files_->makeSpec(0, 0, classic, spec);
-        std::string posix = posixAsWritten(context_.machine, classic);
+        std::string posix = hasNoName(classic) ? "" : posixAsWritten(context_.machine, classic);
         std::string stored;
         if (status == platform::noErr && files_->posixPath(spec, posix) == platform::noErr) {
             stored = platform::classicPathOf(context_.machine, posix);
@@ -128,7 +111,7 @@ class Explainer {
         if (options_.brief) {
             const std::string& other = isPosix ? classic : posix;
             if (other.empty()) {
-                throw HostError(given + ": there is no such volume");
+                throw HostError(given + ": " + (hasNoName(classic) ? kNoName : "there is no such volume"));
             }
             writeOutput(other + "\n");
             return;
@@ -142,8 +125,11 @@ class Explainer {
                                                                    " bytes: script functions see only the first 255)"
                                                              : ""));
         line("POSIX", posix.empty() ? "none" : shown(posix));
+        if (!volumeRead.empty()) {
+            line("read as", shown(volumeRead));
+        }
         line("volume", volumeText(classic));
-        line("exists", existsText(status, posix));
+        line("exists", existsText(status, classic, posix));
         if (!stored.empty() && withoutColon(stored) != withoutColon(classic)) {
             line("on disk", shown(stored));
         }
@@ -154,13 +140,31 @@ class Explainer {
                                ? "no type and creator"
                                : "type " + codeText(info.fdType) + ", creator " + codeText(info.fdCreator));
         }
-        line("name", encodingOf(posix.substr(posix.rfind('/') + 1)));
+        line("name",
+             encodingOf(posix.empty() ? classic.substr(classic.rfind(':') + 1) : posix.substr(posix.rfind('/') + 1)));
         writeOutput(text);
     }
 
   private:
     static std::string_view withoutColon(std::string_view path) {
         return path.ends_with(':') ? path.substr(0, path.size() - 1) : path;
+    }
+
+    // Where the plug-in finds a POSIX path: "/Volumes/NAME" is the volume NAME to it, which `volumeRead` says then.
+    std::string belowVolume(const std::string& absolute, std::string& volumeRead) const {
+        const std::vector<platform::Volume> volumes = platform::volumesOf(context_.machine);
+        std::size_t volume = volumes.size();
+        std::string path;
+        platform::volumePath(volumes, absolute, path, volume);
+        if (volume == volumes.size()) {
+            return absolute;
+        }
+        if (path.empty()) {
+            throw HostError(absolute + ": leads out of its volume");
+        }
+        volumeRead =
+            path + ": \"/Volumes/" + platform::exchanged(volumes[volume].name) + "\" is the volume to script functions";
+        return path;
     }
 
     // A relative path, as the plug-in resolves it.
@@ -186,7 +190,25 @@ class Explainer {
         return shown(volumes[volume].name) + ", which is " + shown(directory.empty() ? "/" : directory);
     }
 
-    static std::string existsText(platform::Status status, const std::string& posix) {
+    // Whether a component of a classic path is one that leads elsewhere in a POSIX path, and no name.
+    static bool hasNoName(std::string_view classic) {
+        const std::string names = ":" + std::string(classic) + ":";
+        return names.find(":.:") != names.npos || names.find(":..:") != names.npos;
+    }
+
+    // The item that stands where a path wants a folder.
+    static std::string noFolderText(const std::string& posix) {
+        struct stat item {};
+        for (std::size_t slash = posix.size(); slash != posix.npos && slash != 0; slash = posix.rfind('/', slash - 1)) {
+            const std::string path = posix.substr(0, slash);
+            if (::stat(path.c_str(), &item) == 0) {
+                return S_ISDIR(item.st_mode) ? "no, nor does its folder" : "no, " + shown(path) + " is no folder";
+            }
+        }
+        return "no, nor does its folder";
+    }
+
+    static std::string existsText(platform::Status status, const std::string& classic, const std::string& posix) {
         struct stat item {};
         switch (status) {
             case platform::noErr:
@@ -194,11 +216,11 @@ class Explainer {
             case platform::fnfErr:
                 return "no; its folder does";
             case platform::dirNFErr:
-                return "no, nor does its folder";
+                return noFolderText(posix);
             case platform::nsvErr:
                 return "no, the volume is not there";
             case platform::bdNamErr:
-                return "no, a name in it is empty or longer than 255 bytes";
+                return std::string("no, ") + (hasNoName(classic) ? kNoName : "a name in it is longer than 255 bytes");
             default:
                 return "cannot be told (error " + std::to_string(status) + ")";
         }
@@ -256,7 +278,7 @@ void addPathCommand(CLI::App& app, Context& context) {
             try {
                 explainer.explain(path);
             } catch (const HostError& error) {
-                std::fprintf(stderr, "quil: %s\n", error.what());
+                std::fprintf(stderr, "quil: %s\n", shownOn(STDERR_FILENO, error.what()).c_str());
                 context.status = 1;
             }
         }

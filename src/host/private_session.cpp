@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "host/signal_folder.h"
 #include "platform/text.h"
 
 namespace host {
@@ -50,9 +51,10 @@ PrivateSession::Folder::Folder(bool wanted) {
         return;
     }
     const char* parent = std::getenv("TMPDIR");
-    path = std::string(parent == nullptr || *parent == 0 ? "/tmp" : parent) + "/quil-XXXXXX";
-    if (::mkdtemp(path.data()) == nullptr) {
-        throw HostError(path + ": cannot make a temporary folder: " + std::strerror(errno) +
+    const std::string prefix = std::string(parent == nullptr || *parent == 0 ? "/tmp" : parent) + "/quil-";
+    path = makeSignalFolder(prefix);
+    if (path.empty()) {
+        throw HostError(prefix + "XXXXXX: cannot make a temporary folder: " + std::strerror(errno) +
                         "; name another place in the environment variable TMPDIR");
     }
 }
@@ -61,6 +63,7 @@ PrivateSession::Folder::~Folder() {
     if (!path.empty()) {
         std::error_code ignored;
         std::filesystem::remove_all(path, ignored);
+        releaseSignalFolder();
     }
 }
 

@@ -16,6 +16,7 @@
 
 #include "host/commands.h"
 #include "host/private_session.h"
+#include "host/shown_text.h"
 #include "platform/linux/linux_files.h"
 
 namespace host {
@@ -149,13 +150,17 @@ class FileSession {
         if (writes && (status.st_mode & S_IWUSR) == 0) {
             throw HostError(file + ": is locked; unlock it with chmod u+w");
         }
+        if (::access(file.c_str(), writes ? R_OK | W_OK : R_OK) != 0) {
+            throw HostError(file + ": cannot be " + (writes ? "read and written" : "read") + ": " +
+                            std::strerror(errno));
+        }
         const std::string link = session_.folder() + "/" + kLink;
         ::unlink(link.c_str());
         if (::symlink(std::filesystem::absolute(file).c_str(), link.c_str()) != 0) {
             throw HostError(link + ": " + std::strerror(errno) +
                             "; name another place in the environment variable TMPDIR");
         }
-        ProgressLine progress(file);
+        ProgressLine progress(shown(file));
         watch.total = static_cast<std::size_t>(status.st_size);
         watch.done = 0;
         watch.changed = 0;
@@ -181,7 +186,7 @@ void forEachFile(const std::vector<std::string>& files, Context& context, Each e
         try {
             each(file);
         } catch (const HostError& error) {
-            std::fprintf(stderr, "quil: %s\n", error.what());
+            std::fprintf(stderr, "quil: %s\n", shownOn(STDERR_FILENO, error.what()).c_str());
             context.status = 1;
         }
     }
@@ -191,7 +196,7 @@ void years(const std::vector<std::string>& files, Context& context) {
     FileSession session(context);
     forEachFile(files, context, [&](const std::string& file) {
         const std::string found = session.call("GLN1GetTorvaneYearsFromIDs", "", file, false);
-        writeOutput(file + ": " + (found.empty() ? "no years" : found) + "\n");
+        writeOutput(shownOn(STDOUT_FILENO, file) + ": " + (found.empty() ? "no years" : found) + "\n");
     });
 }
 
@@ -211,8 +216,9 @@ void renumber(const RenumberOptions& options, Context& context) {
             throw HostError(file + ": " + refusal);
         }
         const std::uint64_t count = session.watch.changed;
-        writeOutput(file + ": " + std::to_string(count) + (count == 1 ? " identifier " : " identifiers ") +
-                    (options.dryRun ? "would change" : "changed") + " to " + year + "\n");
+        writeOutput(shownOn(STDOUT_FILENO, file) + ": " + std::to_string(count) +
+                    (count == 1 ? " identifier " : " identifiers ") + (options.dryRun ? "would change" : "changed") +
+                    " to " + year + "\n");
     });
 }
 

@@ -94,10 +94,12 @@ Status volumePath(const std::vector<Volume>& volumes, std::string_view posixPath
         return noErr;
     }
     path = volumes[volume].directory;
+    Status status = noErr;
     std::size_t depth = 0;
     for (std::size_t i = 1; i < names.size(); ++i) {
         if (names[i] == "..") {
             if (depth == 0) {
+                path.clear();
                 return fnfErr;  // what is above a volume is no folder of this machine
             }
             --depth;
@@ -105,21 +107,22 @@ Status volumePath(const std::vector<Volume>& volumes, std::string_view posixPath
             continue;
         }
         std::string found(names[i]);
-        struct stat item {};
-        const int error = findItem(path, names[i], found, item);
-        if (error != 0) {
-            found = names[i];
-            if (error != ENOENT || i + 1 != names.size()) {
-                return statusOf(error);
+        if (status == noErr) {
+            struct stat item {};
+            const int error = findItem(path, names[i], found, item);
+            if (error != 0) {
+                found = names[i];
+                status = error == ENOENT && i + 1 == names.size() ? noErr : statusOf(error);
             }
         }
         ++depth;
         path.append("/").append(found);
     }
-    if (posixPath.ends_with('/')) {
+    path += path.empty() ? "/" : "";
+    if (posixPath.ends_with('/') && !path.ends_with('/')) {
         path += '/';  // a folder is meant
     }
-    return noErr;
+    return status;
 }
 
 std::string parseVolumes(std::string_view table, std::vector<Volume>& volumes) {

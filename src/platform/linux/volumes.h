@@ -18,8 +18,8 @@ std::size_t volumeNamed(const std::vector<Volume>& volumes, std::string_view nam
 
 // Where a POSIX path leads when "/Volumes/NAME/..." means the volume NAME, whose index becomes `volume`. Below it each
 // component is looked up as it stands, then in any letter case; the last one need not exist. Other paths, and those of
-// volumes that are not known, stay as they are, with volumes.size(). fnfErr for a way out of the volume, bdNamErr for a
-// NUL, or the status of a folder that is missing or none.
+// volumes that are not known, stay as they are, with volumes.size(). fnfErr for a way out of the volume, with an empty
+// path; bdNamErr for a NUL; or the status of a folder that is missing or none, with the rest as it was written.
 Status volumePath(const std::vector<Volume>& volumes, std::string_view posixPath, std::string& path,
                   std::size_t& volume);
 
