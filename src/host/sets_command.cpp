@@ -19,7 +19,8 @@ namespace {
 constexpr std::size_t kLongestID = 23;
 constexpr std::size_t kItemBytes = 28;
 constexpr std::size_t kMostIDs = 0xFFFFFFFFU / kItemBytes;  // a set is one block of less than 4 GiB
-constexpr std::size_t kIDsAtOnce = 8192;  // read back in one call: few calls, and texts that stay in the cache
+constexpr std::size_t kIDsAtOnce = 8192;      // read back in one call: few calls, and texts that stay in the cache
+constexpr std::size_t kLongWork = 3'000'000;  // IDs whose sort takes people's time
 
 void usage(const std::string& message) {
     throw CLI::ValidationError("sets", message);
@@ -124,6 +125,15 @@ void collect(PrivateSession& session, const std::vector<const IDList*>& lists) {
     }
 }
 
+// The plug-in's work is one call that cannot tell how far it is.
+void work(PrivateSession& session, const char* function, const std::string& parameter, std::size_t count) {
+    ProgressLine progress("sorting IDs");
+    if (count > kLongWork) {
+        progress.showAtOnce();
+    }
+    session.callChecked(function, parameter);
+}
+
 void printFoundSet(PrivateSession& session) {
     const std::size_t count = std::stoul(session.callChecked("VSTA_GetNumFoundIDs", ""));
     ProgressLine progress("writing IDs", true);
@@ -156,14 +166,16 @@ void dedupe(std::vector<std::string> files, const Context& context) {
     std::vector<IDList> lists;
     std::vector<const IDList*> all;
     lists.reserve(files.size());
+    std::size_t count = 0;
     for (const std::string& file : files) {
         lists.push_back(readIDs(file, kLongestID));
         all.push_back(&lists.back());
+        count += lists.back().count;
     }
     PrivateSession session(context, false);
     collect(session, all);
     lists.clear();
-    session.callChecked("VSTA_RemoveDuplicateFoundIDs", "");
+    work(session, "VSTA_RemoveDuplicateFoundIDs", "", count);
     printFoundSet(session);
 }
 
@@ -171,8 +183,10 @@ void combine(const std::string& expression, const std::vector<std::string>& file
     checkStandardInput(files);
     const Combination combination = parseCombination(expression, files);
     std::vector<IDList> lists;
+    std::size_t count = 0;
     for (const std::string& file : files) {
         lists.push_back(readIDs(file, kLongestID));
+        count += lists.back().count;
     }
     PrivateSession session(context, false);
     for (std::size_t i = 0; i < combination.files.size(); ++i) {
@@ -180,9 +194,9 @@ void combine(const std::string& expression, const std::vector<std::string>& file
         session.callChecked("VSTA_TransferFoundSetToBooleanSet", std::to_string(i + 1));
     }
     lists.clear();
-    session.callChecked("VSTA_MakeFoundSetFromBooleanSets", combination.operators);
+    work(session, "VSTA_MakeFoundSetFromBooleanSets", combination.operators, count);
     if (combination.operators.empty()) {  // one set alone comes back as it was collected
-        session.callChecked("VSTA_RemoveDuplicateFoundIDs", "");
+        work(session, "VSTA_RemoveDuplicateFoundIDs", "", count);
     }
     printFoundSet(session);
 }
