@@ -1,7 +1,10 @@
 // Map object IDs, layer names, and the three sessions over one list.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <csignal>
+#include <filesystem>
 #include <random>
 #include <set>
 #include <string>
@@ -10,6 +13,7 @@
 #include "frame/modules.h"
 #include "maplayers/map_ids.h"
 #include "maplayers/sessions.h"
+#include "support/process.h"
 #include "support/script_calls.h"
 #include "util/fhandle.h"
 
@@ -307,6 +311,54 @@ TEST_F(MapLayers, EmptyTheResultAfterAFault) {
         quil::DisposeAndClearFHandle(&parameter);
         quil::DisposeAndClearFHandle(&result);
     }
+}
+
+TEST_F(MapLayers, ReadOddObjectFiles) {
+    const std::string line = "1100010020300001\tHABITATS\tCoast\r\n";
+    const std::string object = "1100010020300001";
+    const std::string other = "1100010020400001";
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},
+        {object, line},
+        {object + other, line},
+        {object + std::string(10 << 20, 'x') + "\r" + other, line + other + "\tM_MAMMAL\tCoast\r\n"},
+        {std::string(10 << 20, '1'), ""},
+        {object + std::string(1, '\0') + "\r\n" + other, line},
+        {std::string(1, '\0') + object, ""}};
+    for (const auto& [file, shown] : cases) {
+        EXPECT_EQ(show({"B2000001"}, file), shown) << file.substr(0, 40);
+        putFile("objects.txt", file);
+        EXPECT_EQ(script(quil::HBT_GetInfoInit, "2|Disk:objects.txt"), shown.empty() ? "0" : "1") << file.substr(0, 40);
+    }
+    EXPECT_TRUE(alerts().empty());
+}
+
+TEST_F(MapLayers, TellThatAFileCannotBeReadOrWritten) {
+    putFile("objects.txt", "1100010030300001");
+    std::filesystem::permissions(posix("objects.txt"), std::filesystem::perms::owner_write);
+    const support::Outcome unreadable = support::quil(
+        {"call", "--volume", "Disk=" + disk(), "HBT_GetInfoInit", "3|Disk:objects.txt"}, {.withoutOverride = true});
+    EXPECT_EQ(unreadable.output, "\n");
+    EXPECT_NE(unreadable.errors.find("Unable to open file: \nDisk:objects.txt"), std::string::npos)
+        << unreadable.errors;
+    EXPECT_FALSE(isThere("objects.txt")) << "it was handed over";
+
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const std::string unsorted = "1100010030300002\r1100010030300001\r";
+    putFile("objects.txt", unsorted);
+    script(quil::HBT_ShowOnMapInit, "Coast");
+    append({"B3000001"});
+    const rlimit full{30, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    const std::string answer = script(quil::HBT_ShowOnMapGetLST2, "Disk:objects.txt");
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(answer, "");
+    EXPECT_EQ(alerts(), (Texts{"Error writing sorted list of IDs to the disk.\r\r"}));
+    EXPECT_EQ(quil::gHbtIDsH, nullptr) << "the session is over";
+    EXPECT_EQ(fileText("objects.txt"), unsorted);
+    EXPECT_FALSE(isThere("objects.txt.sorted"));
 }
 
 TEST_F(MapLayers, LeaveFoldersWhereFilesAreDeleted) {
