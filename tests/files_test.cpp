@@ -98,6 +98,11 @@ TEST_F(Files, TheBaseDirectoryIsTheOneThatHoldsTheReferenceFile) {
     EXPECT_EQ(script(GLN1ResolveRelativePath, ":a|:other"), "Disk:Two:a") << "kept without the list";
     EXPECT_TRUE(alerts().empty());
 
+    putFile("Apps/BaseDirectoryList.txt",
+            "\xEF\xBB\xBF"
+            "Disk:One");
+    EXPECT_EQ(script(GLN1ResolveRelativePath, ":a|:ref"), "Disk:One:a") << "a byte order mark before it";
+    script(GLN1ResolveRelativePath, "");
     putFile("Apps/BaseDirectoryList.txt", "Disk:One\nDisk:None\nDisk:One\n" + std::string(400, 'x'));
     EXPECT_EQ(script(GLN1ResolveRelativePath, ":a|:ref"), failure);
     EXPECT_EQ(script(GLN1FileExists, ":ref|:ref"), "TRUE") << "the second match stays the base";
@@ -348,6 +353,40 @@ TEST_F(Files, TextsAreWrittenWholeWithAByteOrderMarkWhenAsked) {
     chmod(posix("out").c_str(), 0400);
     EXPECT_EQ(script(GLN1WriteTextToFile, "Disk:link|text"), "");
     EXPECT_TRUE(fs::is_symlink(posix("link"))) << "what it leads to is locked";
+}
+
+TEST_F(Files, OddPathsReachWhatTheirFirstFieldNamesAndNothingElse) {
+    using namespace std::string_literals;
+    const std::string folder(120, 'd');
+    const std::string longest = "Disk:" + folder + ":" + std::string(255 - 6 - 120, 'f');
+    putFile(folder + "/" + std::string(255 - 6 - 120, 'f'), "");
+    putFile("L/a", "kept");
+    putFile("L/a|b", "kept");
+    putFile("L/c\rd.txt", "kept");
+    const struct {
+        Handler handler;
+        std::string parameter;
+        std::string answer;
+    } cases[] = {
+        {GLN1FileExists, longest, "TRUE"},
+        {GLN1FileExists, longest + "g", "TRUE"},  // cut
+        {GLN1FileExists, longest.substr(0, 254), "FALSE"},
+        {GLN1FileExists, "Disk:L:a\0:x"s, "TRUE"},  // the field ends there
+        {GLN1WriteTextToFile, "Disk:L:a\0b|text"s,
+         "Error: Usage GLN1WriteTextToFile(fullPath|textToWriteToFile). Optional second parameter of BOM means "
+         "prepend a utf-8 Byte Order Mark."},
+        {GLN1DeleteFile, "Disk:L:a|b", ""},  // the file a; b is a reference file
+        {GLN1GetListOfFilesInFolder, "Disk:L:c\rd.txt", "Disk:L:c\rd.txt\r"},
+        {GLN1FileExists, "Disk:L:..:L:a|", "FALSE"},
+        {GLN1DeleteFile, std::string(300, ':'), "Error -47: Unable to delete file: Disk:"},
+        {GLN1CopyFile, "Disk:L:c\rd.txt|" + std::string(300, ':'), "Error: HCreate failed."},
+    };
+    for (const auto& [handler, parameter, answer] : cases) {
+        machine().state().ticks = 0;
+        EXPECT_EQ(script(handler, parameter), answer) << parameter;
+    }
+    EXPECT_FALSE(isThere("L/a"));
+    EXPECT_EQ(fileText("L/a|b") + fileText("L/c\rd.txt"), "keptkept");
 }
 
 TEST_F(Files, FoldersAreListedPathsConvertedAndTheRestAnswersAsFixed) {

@@ -69,10 +69,15 @@ char* ResolvePathRelativeToBaseDirectory(const char* path, char* out) {
 namespace {
 
 // The lines of an open text file, which is closed at the end. Lines end with CR, LF or both; empty ones are passed
-// over, and of each only the first 254 bytes count.
+// over, and of each only the first 254 bytes count. A byte order mark is no part of the first.
 class Lines {
   public:
-    explicit Lines(platform::FileRef file) : file_(file) {}
+    explicit Lines(platform::FileRef file) : file_(file) {
+        static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        if (fill() && std::string_view(buffer_, count_).starts_with(kByteOrderMark)) {
+            at_ = kByteOrderMark.size();
+        }
+    }
     ~Lines() { platform::machine().files().close(file_); }
     Lines(const Lines&) = delete;
     Lines& operator=(const Lines&) = delete;
