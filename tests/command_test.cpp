@@ -129,6 +129,16 @@ TEST(Help, ExplainsFunctionsCommandsAndTheProgram) {
     }
     EXPECT_EQ(general, quil({"--help"}).output);
     EXPECT_TRUE(fails(quil({"help", "VSTAGetPlumePoint"}), 1, "did you mean VSTAGetPlumePoints?"));
+    const std::string nested = quil({"help", "sets", "combine"}).output;
+    EXPECT_NE(nested.find("EXPRESSION"), std::string::npos);
+    EXPECT_EQ(nested, quil({"sets", "combine", "--help"}).output);
+    EXPECT_TRUE(fails(quil({"help", "sets", "split"}), 2, "\"sets\" has no command \"split\""));
+    EXPECT_TRUE(fails(quil({"help", "VSTANewID", "x"}), 2, "\"VSTANewID\" has no command"));
+    const std::string page = support::readFile(QUIL_BINARY_DIR "/help/quil-sets.1");
+    for (const char* part : {"\\fBcombine\\fR \\fIEXPRESSION\\fR \\fIFILE\\fR...\n", "the pairs come first",
+                             "\\fBEXPRESSION\\fR\nFor example", "\\fBFILE\\fR\nOne to four lists"}) {
+        EXPECT_NE(page.find(part), std::string::npos) << part;
+    }
 }
 
 TEST(Program, PrintsThePlugInsVersion) {

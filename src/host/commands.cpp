@@ -211,17 +211,34 @@ void showFunction(const FunctionHelp& help) {
     writeOutput(text);
 }
 
-void showHelp(const CLI::App& app, const std::string& name, Context& context) {
-    if (name.empty()) {
+// The command of that name that a program or command has, or null.
+const CLI::App* commandOf(const CLI::App& app, const std::string& name) {
+    const std::vector<const CLI::App*> commands = app.get_subcommands({});
+    const auto found = std::find_if(commands.begin(), commands.end(),
+                                    [&name](const CLI::App* command) { return command->get_name() == name; });
+    return found == commands.end() ? nullptr : *found;
+}
+
+void showHelp(const CLI::App& app, const std::vector<std::string>& names, Context& context) {
+    if (names.empty()) {
         writeOutput(app.get_formatter()->make_help(&app, "quil", CLI::AppFormatMode::Normal));
         return;
     }
-    for (const CLI::App* command : app.get_subcommands({})) {
-        if (command->get_name() == name) {
-            writeOutput(command->help("quil"));
-            return;
+    std::string before = "quil";
+    const CLI::App* command = commandOf(app, names.front());
+    for (std::size_t i = 1; i < names.size(); ++i) {
+        const CLI::App* const next = command == nullptr ? nullptr : commandOf(*command, names[i]);
+        if (next == nullptr) {
+            throw CLI::ValidationError("NAME", '"' + names[i - 1] + "\" has no command \"" + names[i] + '"');
         }
+        before += ' ' + names[i - 1];
+        command = next;
     }
+    if (command != nullptr) {
+        writeOutput(command->help(before));
+        return;
+    }
+    const std::string& name = names.front();
     const std::vector<FunctionHelp> list = readFunctionList(bundleOf(context));
     const auto found =
         std::find_if(list.begin(), list.end(), [&name](const FunctionHelp& help) { return help.name == name; });
@@ -414,9 +431,11 @@ void addFunctionsCommand(CLI::App& app, Context& context) {
 
 void addHelpCommand(CLI::App& app, Context& context) {
     CLI::App* command = app.add_subcommand("help", "Explain a script function or a command");
-    const auto name = std::make_shared<std::string>();
-    command->add_option("NAME", *name, "Script function or command; without it, this program")->type_name("");
-    command->callback([name, &app, &context] { showHelp(app, *name, context); });
+    const auto names = std::make_shared<std::vector<std::string>>();
+    command
+        ->add_option("NAME", *names, "Script function or command, such as sets or sets combine; without, this program")
+        ->type_name("");
+    command->callback([names, &app, &context] { showHelp(app, *names, context); });
 }
 
 void addRpcCommand(CLI::App& app, Context& context) {

@@ -76,6 +76,14 @@ std::string roff(std::string_view text) {
     return out;
 }
 
+void appendOption(std::string& page, const CLI::Option& option, bool positional) {
+    page += ".TP\n\\fB" + roff(option.get_name(positional, !positional)) + "\\fR";
+    if (takesValue(option) && !positional) {
+        page += " \\fI" + roff(option.get_type_name()) + "\\fR";
+    }
+    page += "\n" + roff(option.get_description()) + "\n";
+}
+
 void appendOptions(std::string& page, const CLI::App& app) {
     for (const bool positional : {true, false}) {
         const std::vector<const CLI::Option*> options = optionsOf(app, positional);
@@ -83,13 +91,37 @@ void appendOptions(std::string& page, const CLI::App& app) {
             page += positional ? ".SH ARGUMENTS\n" : ".SH OPTIONS\n";
         }
         for (const CLI::Option* option : options) {
-            page += ".TP\n\\fB" + roff(option->get_name(positional, !positional)) + "\\fR";
-            if (takesValue(*option) && !positional) {
-                page += " \\fI" + roff(option->get_type_name()) + "\\fR";
-            }
-            page += "\n" + roff(option->get_description()) + "\n";
+            appendOption(page, *option, positional);
         }
     }
+}
+
+std::string synopsis(const CLI::App& app) {
+    std::string text;
+    for (const CLI::Option* option : optionsOf(app, true)) {
+        const std::string place = "\\fI" + roff(option->get_name(true)) + "\\fR";
+        text += option->get_required() ? " " + place : " [" + place + "]";
+        text += option->get_items_expected_max() > 1 ? "..." : "";
+    }
+    return text;
+}
+
+// A command of a command has no page of its own: what it takes, and what it says beside the page's own text.
+void appendSubcommand(std::string& page, const CLI::App& app, const std::string& pageText) {
+    page += ".TP\n\\fB" + roff(app.get_name()) + "\\fR" + synopsis(app) + "\n" + roff(app.get_description()) + "\n";
+    std::string text = app.get_footer();
+    if (text.ends_with(pageText)) {
+        text.resize(text.size() - pageText.size());
+    }
+    page += ".RS\n" + (text.empty() ? text : ".PP\n" + roff(text) + (text.ends_with('\n') ? "" : "\n"));
+    for (const bool positional : {true, false}) {
+        for (const CLI::Option* option : optionsOf(app, positional)) {
+            if (option != app.get_help_ptr()) {
+                appendOption(page, *option, positional);
+            }
+        }
+    }
+    page += ".RE\n";
 }
 
 std::string manualPage(const CLI::App& app, const std::string& name, const std::string& version) {
@@ -100,10 +132,7 @@ std::string manualPage(const CLI::App& app, const std::string& name, const std::
                        roff(name) + " \\- " + roff(app.get_description()) + "\n.SH SYNOPSIS\n\\fB";
     page += roff(name == "quil" ? name : "quil " + app.get_name()) + "\\fR";
     page += " [\\fIOPTIONS\\fR]";
-    for (const CLI::Option* option : optionsOf(app, true)) {
-        const std::string place = "\\fI" + roff(option->get_name(true)) + "\\fR";
-        page += option->get_required() ? " " + place : " [" + place + "]";
-    }
+    page += synopsis(app);
     page += commandsOf(app).empty() ? "\n" : " \\fICOMMAND\\fR ...\n";
     if (!app.get_footer().empty()) {
         page += ".SH DESCRIPTION\n" + roff(app.get_footer()) + "\n";
@@ -111,7 +140,11 @@ std::string manualPage(const CLI::App& app, const std::string& name, const std::
     if (!commandsOf(app).empty()) {
         page += ".SH COMMANDS\n";
         for (const CLI::App* command : commandsOf(app)) {
-            page += ".TP\n\\fB" + roff(command->get_name()) + "\\fR\n" + roff(command->get_description()) + "\n";
+            if (name == "quil") {
+                page += ".TP\n\\fB" + roff(command->get_name()) + "\\fR\n" + roff(command->get_description()) + "\n";
+            } else {
+                appendSubcommand(page, *command, app.get_footer());
+            }
         }
     }
     appendOptions(page, app);

@@ -5,13 +5,13 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <memory>
 
 #include "host/atomic_file.h"
 #include "host/commands.h"
 #include "host/private_session.h"
+#include "host/shown_text.h"
 #include "platform/text.h"
 
 namespace host {
@@ -60,26 +60,15 @@ void usage(const char* option, const std::string& message) {
     throw CLI::ValidationError(option, message);
 }
 
-// A name goes into every line, so it may not break one. Also in a message, which shows what it holds instead.
+// A name goes into every line, so it may not break one.
 void checkName(const char* option, std::string_view name) {
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
-    const bool isUtf8 = platform::isUtf8(name);
-    if (isUtf8 && std::none_of(name.begin(), name.end(), isControl)) {
-        return;
+    if (!platform::isUtf8(name)) {
+        usage(option, '"' + shown(name) + "\" is not UTF-8; convert it, for example with iconv -f MACINTOSH -t UTF-8");
     }
-    std::string shown;
-    for (const char c : name) {
-        if (isControl(c) || (!isUtf8 && static_cast<unsigned char>(c) >= 0x80)) {
-            std::array<char, 8> code{};
-            std::snprintf(code.data(), code.size(), "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
-            shown += code.data();
-        } else {
-            shown += c;
-        }
+    if (std::any_of(name.begin(), name.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; })) {
+        usage(option, '"' + shown(name) + "\" holds a tab, a line end or another control character");
     }
-    usage(option, "\"" + shown + "\" " +
-                      (isUtf8 ? "has a tab, a line end or another control character; a name has none"
-                              : "is not UTF-8; convert it, for example with iconv -f MACINTOSH -t UTF-8"));
 }
 
 void nameLayers(PrivateSession& session, const std::vector<std::string>& layers) {
@@ -166,15 +155,20 @@ void addMapListCommand(CLI::App& app, Context& context) {
         ->type_name("");
     command->add_option("--ids", options->ids, "Record IDs such as B12000345, one a line; else standard input")
         ->type_name("FILE");
-    command->add_option("--layers", options->layers, "Name layers, for example 3=OTTERS,7=KELP")
+    command
+        ->add_option("--layers", options->layers,
+                     "Name layers 1 to 11 in 1 to 31 bytes of UTF-8, for example 3=OTTERS,7=KELP")
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("N=NAME,...");
-    command->add_option("--map", options->map, "Name of the map, in every line; else \"Map\"")->type_name("NAME");
+    command->add_option("--map", options->map, "Name of the map, in every line: 1 to 41 bytes of UTF-8; else \"Map\"")
+        ->type_name("NAME");
     command->add_flag("--raw", options->raw, "Lines end with CR LF, as the mapping application takes them");
     command->footer(
         "A line is the object's ID, its layer's name and the map's name, with tabs between. Lines stand in the order\n"
-        "of records, layers and objects. The file itself stays as it is and nothing is written beside it.");
+        "of records, layers and objects; lines of the file that are no object are passed over. The file itself stays\n"
+        "as it is and nothing is written beside it: the work is done on a copy in a temporary folder, in $TMPDIR if\n"
+        "that is set, else in /tmp.");
     command->callback([options, &context] { listObjects(*options, context); });
 }
 

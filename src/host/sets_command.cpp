@@ -237,7 +237,10 @@ void addSetsCommand(CLI::App& app, Context& context) {
             "alone takes the files in their order")
         ->required()
         ->type_name("");
-    several->add_option("FILE", *files, "One to four lists")->required()->expected(1, 4)->type_name("");
+    several->add_option("FILE", *files, "One to four lists, each of which stands in the expression once")
+        ->required()
+        ->expected(1, 4)
+        ->type_name("");
     several->footer(
         std::string("Two operators work from left to right; with three the pairs come first: (A op B) op (C op D).\n") +
         kFooter);
