@@ -20,8 +20,8 @@ static constexpr Row kRows[] = {
      .handler = HBT_ShowOnMapInit,
      .module = "HBT",
      .summary = "Starts a show-on-map session and forgets the list of any other session.",
-     .parameter = "Name of the map, 1 to 41 characters.",
-     .result = "Empty.",
+     .parameter = "Name of the map, 1 to 41 bytes of UTF-8.",
+     .result = "Empty. The file LST2.txt in the application's folder is deleted, a folder of that name is not.",
      .errors = "An alert for a name that is too short or too long; there is no session then.",
      .exampleParameter = "Coast",
      .exampleResult = ""},
@@ -39,10 +39,12 @@ static constexpr Row kRows[] = {
      .handler = HBT_ShowOnMapGetLST2,
      .module = "HBT",
      .summary = "Tells which objects of a list file belong to the collected IDs, and ends the session.",
-     .parameter = "Full path of the list file, one GEOLENS ID of 16 digits a line.",
+     .parameter = "Full path of the list file, one GEOLENS ID of 16 digits a line. It ends at the first NUL byte, and "
+                  "the user has to be allowed to write it, though it stays as it is.",
      .result = "LST2 lines: the object's ID, a tab, the layer's name, a tab, the map's name, CR LF. An answer of over "
-               "63,999 characters is written to LST2.txt in the application's folder, and the result is its path. A "
-               "list file that was not sorted leaves a sorted copy beside it, named with .sorted behind.",
+               "63,999 bytes is written to LST2.txt in the application's folder, and the result is its path; every "
+               "answer is when a file DebugLst2.yes was in that folder at the plug-in's start. A list file that was "
+               "not sorted leaves a sorted copy beside it, named with .sorted behind.",
      .errors = "An alert and an empty result when the file is missing or cannot be read or a file cannot be written.",
      .exampleParameter = "Disk:no such file",
      .exampleResult = ""},
@@ -51,9 +53,14 @@ static constexpr Row kRows[] = {
      .module = "HBT",
      .summary =
          "Starts a get-info session: reads the distinct HBT IDs of one group from a list file, which is deleted.",
-     .parameter = "\"group|full path of the list file\".",
-     .result = "How many there are.",
-     .errors = "An alert when the vertical bar or the file is missing or memory runs out; there is no session then.",
+     .parameter = "\"group|full path of the list file\". The file ends at the first NUL byte, and the user has to be "
+                  "allowed to write it.",
+     .result = "How many there are. The file is deleted, also when it could not be read; of a link the link, and not a "
+               "folder or a locked file. When a file DebugLst2.yes was in the application's folder at the plug-in's "
+               "start, it stays instead, and the IDs are written one a line beside it, to a file named with .hbtIDs "
+               "behind.",
+     .errors = "An alert and an empty result when the vertical bar or the file is missing, the file cannot be read, "
+               ".hbtIDs cannot be written or memory runs out; there is no session then.",
      .exampleParameter = "3",
      .exampleResult = ""},
     {.name = "HBT_GetInfoGetID",

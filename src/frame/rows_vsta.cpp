@@ -85,7 +85,9 @@ static constexpr Row kRows[] = {
      .summary = "Makes a unique record ID of 20 characters.",
      .parameter = "Prefix of at most 8 characters (longer ones are cut), padded on the right with \"0\".",
      .result = "The prefix, then 12 digits of base 34 (0 to 9 and the capitals without I and O): the seconds since "
-               "2000 (6), a sequence number (3), the tick counter (3). IDs made in one second stay different.",
+               "2000 (6), a sequence number (3), the tick counter (3). IDs made in one second stay different: only "
+               "after 39,304 "
+               "of them with the clock and the tick counter standing still do they repeat.",
      .errors = "none",
      .exampleParameter = "CH",
      .exampleResult = nullptr},
@@ -132,17 +134,20 @@ static constexpr Row kRows[] = {
      .handler = VSTA_InitFoundSet,
      .module = "VSTA",
      .summary = "Starts a new found set, in which scripts collect record IDs.",
-     .parameter = "Number of IDs that the set takes; below 1 the set is only disposed.",
+     .parameter = "Number of IDs that the set takes, at most 153,391,689; below 1 the set is only disposed.",
      .result = "Empty.",
-     .errors = "\"Error\", with an alert, when memory for the IDs cannot be had; there is no found set then.",
+     .errors = "\"Error\", with an alert, when memory for the IDs cannot be had or the number is too large; there is "
+               "no found set then.",
      .exampleParameter = "100",
      .exampleResult = ""},
     {.name = "VSTA_SetNextFoundID",
      .handler = VSTA_SetNextFoundID,
      .module = "VSTA",
      .summary = "Adds an ID to the found set.",
-     .parameter = "The ID, at most 23 bytes (longer ones are cut).",
-     .result = "Empty. A set that is full drops the ID.",
+     .parameter = "The ID, at most 23 bytes (longer ones are cut). IDs that differ in the 23rd byte alone count as "
+                  "the same, though each is kept as it is.",
+     .result = "Empty. A set that is full drops the ID. Two seconds after VSTA_InitFoundSet a progress box appears "
+               "over the front window, unless more than a third of the IDs are there.",
      .errors = "none",
      .exampleParameter = "CH000000AB12CD34EF56",
      .exampleResult = ""},
@@ -153,7 +158,7 @@ static constexpr Row kRows[] = {
      .parameter = "\"n\" for the n-th ID, or \"first|last\", counted from 1.",
      .result =
          "The IDs, separated by carriage returns; the range ends with the set. Empty when it starts beyond the end.",
-     .errors = "An alert when the first number is 0 or larger than the last.",
+     .errors = "An alert when the first number is 0 or larger than the last, or when memory for the IDs cannot be had.",
      .exampleParameter = "1|10",
      .exampleResult = nullptr},
     {.name = "VSTA_GetNumFoundIDs",
