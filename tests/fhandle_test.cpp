@@ -92,6 +92,34 @@ TEST(FHandle, RoomInTheRecordChangesNothingThatCallersSee) {
     EXPECT_EQ(memory.liveBlocks(), 0U);
 }
 
+TEST(FHandle, LargeBlocksGrowWithTheirContent) {
+    const std::string content(3'000'000, 'x');
+    char** handle = NewFHandle(0);
+    EXPECT_EQ(SetResultsHandleText(handle, content), 0);
+    EXPECT_EQ(SetFHandleSize(handle, 2'000'000), 0);
+    EXPECT_EQ(EnsureHandleIsNullTerminated(handle), 0);
+    EXPECT_EQ(SetFHandleSize(handle, 5'000'000), 0);
+    EXPECT_EQ(std::string(*handle, 5'000'000), content.substr(0, 2'000'000) + std::string(3'000'000, 0));
+    DisposeAndClearFHandle(&handle);
+}
+
+TEST(FHandle, RecordsOfDisposedHandlesComeBackEmpty) {
+    for (int round = 0; round < 3; ++round) {
+        char** first = NewFHandleWithRoom(64);
+        char** second = NewFHandleWithRoom(500);
+        ASSERT_NE(first, second);
+        for (char** handle : {first, second}) {
+            EXPECT_EQ(GetFHandleSize(handle), 0);
+            EXPECT_EQ(SetFHandleSize(handle, 8), 0);
+            EXPECT_EQ(std::string(*handle, 8), std::string(8, 0)) << round;
+            EXPECT_EQ(SetResultsHandleText(handle, std::string(round == 1 ? 4000 : 40, 'x')), 0);
+        }
+        DisposeAndClearFHandle(&first);
+        DisposeAndClearFHandle(&second);
+    }
+    ReleaseKeptHandles();
+}
+
 TEST(FHandle, NullArgumentsAreTolerated) {
     char text[] = "a";
     char dest[4] = "xyz";

@@ -26,23 +26,59 @@ constexpr char16_t kMacRoman[128] = {
     0x0131, 0x02C6, 0x02DC, 0x00AF, 0x02D8, 0x02D9, 0x02DA, 0x00B8, 0x02DD, 0x02DB, 0x02C7};
 
 constexpr char16_t kReplacement = 0xFFFD;
+constexpr std::size_t kLongText = 65536;
 
 bool isContinuation(unsigned char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// Length of the run of ASCII bytes at the front.
-std::size_t asciiRun(const unsigned char* bytes, std::size_t size) {
+// Eight units, or as many bytes, at a time.
+constexpr std::size_t kStep = 8;
+using StepUnits [[gnu::vector_size(kStep * 2)]] = std::uint16_t;
+using StepBytes [[gnu::vector_size(kStep)]] = std::uint8_t;
+
+bool isAsciiStep(const unsigned char* bytes) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return (word & 0x8080808080808080) == 0;
+}
+
+bool isAsciiStep(const char16_t* units) {
+    std::uint64_t words[2];
+    std::memcpy(words, units, sizeof words);
+    return ((words[0] | words[1]) & 0xFF80FF80FF80FF80) == 0;
+}
+
+void copyStep(const unsigned char* bytes, char16_t* units) {
+    StepBytes narrow;
+    std::memcpy(&narrow, bytes, sizeof narrow);
+    const auto wide = __builtin_convertvector(narrow, StepUnits);
+    std::memcpy(units, &wide, sizeof wide);
+}
+
+void copyStep(const char16_t* units, char* bytes) {
+    StepUnits wide;
+    std::memcpy(&wide, units, sizeof wide);
+    const auto narrow = __builtin_convertvector(wide, StepBytes);
+    std::memcpy(bytes, &narrow, sizeof narrow);
+}
+
+// Copies the ASCII characters at the front, between bytes and units; returns how many.
+template <typename From, typename To>
+std::size_t copyAscii(const From* from, std::size_t size, To* to) {
     std::size_t i = 0;
-    for (; i + 8 <= size; i += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, bytes + i, 8);
-        if ((word & 0x8080808080808080ULL) != 0) {
+    for (; i + kStep <= size; i += kStep) {
+        if (!isAsciiStep(from + i)) {
             break;
         }
+        copyStep(from + i, to + i);
     }
-    while (i < size && bytes[i] < 0x80) {
-        ++i;
+    if (size >= kStep && size - i < kStep && isAsciiStep(from + size - kStep)) {
+        copyStep(from + size - kStep, to + size - kStep);  // the rest, and some of what is there already
+        return size;
+    }
+    for (; i < size && from[i] < 0x80; ++i) {
+        to[i] = static_cast<To>(from[i]);
     }
     return i;
 }
@@ -74,14 +110,26 @@ std::size_t decodeUtf8(const unsigned char* bytes, std::size_t size, char32_t& c
     return 1;
 }
 
+bool isAscii(std::string_view text) {
+    unsigned char bits = 0;
+    for (const char c : text) {
+        bits = static_cast<unsigned char>(bits | static_cast<unsigned char>(c));
+    }
+    return bits < 0x80;
+}
+
 void assignUtf8(std::u16string& units, std::string_view text) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    if (text.size() > kLongText && text.size() > units.capacity() && isAscii(text)) {
+        units = std::u16string(bytes, bytes + text.size());  // unlike resize, it touches the memory once
+        return;
+    }
     units.resize(text.size());  // no byte gives more than one unit
     char16_t* out = units.data();
     std::size_t i = 0;
     while (i < text.size()) {
-        const std::size_t run = asciiRun(bytes + i, text.size() - i);
-        out = std::copy(bytes + i, bytes + i + run, out);
+        const std::size_t run = copyAscii(bytes + i, text.size() - i, out);
+        out += run;
         i += run;
         if (i < text.size()) {
             char32_t character;
@@ -129,26 +177,8 @@ std::size_t encodeUtf8(char32_t character, char* out) {
     return 4;
 }
 
-// Copies the ASCII units at the front, four at a time; returns how many, less than four of them left to the caller.
-std::size_t copyAscii(std::u16string_view units, char* buffer, std::size_t room) {
-    static_assert(std::endian::native == std::endian::little);
-    const std::size_t size = std::min(units.size(), room);
-    std::size_t i = 0;
-    for (; i + 4 <= size; i += 4) {
-        std::uint64_t four;
-        std::memcpy(&four, units.data() + i, sizeof four);
-        if ((four & 0xFF80FF80FF80FF80ULL) != 0) {
-            break;
-        }
-        four |= four >> 8;  // the bytes 0 and 2, 4 and 6 side by side
-        const auto packed = static_cast<std::uint32_t>((four & 0xFFFF) | (four >> 16 & 0xFFFF0000U));
-        std::memcpy(buffer + i, &packed, sizeof packed);
-    }
-    return i;
-}
-
-std::size_t utf8Bytes(std::u16string_view units, char* buffer, std::size_t room) {
-    std::size_t used = copyAscii(units, buffer, room);
+// Encodes the units behind the first `used` ones, which became as many bytes.
+[[gnu::noinline]] std::size_t encodeRest(std::u16string_view units, char* buffer, std::size_t room, std::size_t used) {
     for (std::size_t i = used; i < units.size(); ++i) {
         char32_t character = units[i];
         if (character < 0x80) {
@@ -173,6 +203,11 @@ std::size_t utf8Bytes(std::u16string_view units, char* buffer, std::size_t room)
         used += count;
     }
     return used;
+}
+
+std::size_t utf8Bytes(std::u16string_view units, char* buffer, std::size_t room) {
+    const std::size_t used = copyAscii(units.data(), std::min(units.size(), room), buffer);
+    return used == units.size() ? used : encodeRest(units, buffer, room, used);
 }
 
 std::size_t macRomanBytes(std::u16string_view units, char* buffer, std::size_t room) {

@@ -100,7 +100,7 @@ fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx:
         if (const std::int32_t error = EnsureHandleIsNullTerminated(resultHandle); error != 0) {
             return static_cast<fmx::errcode>(error);
         }
-        if (GetFHandleSize(resultHandle) != 0) {
+        if (**resultHandle != 0) {
             resultText->Assign(*resultHandle, my_IsUtf8(*resultHandle) ? Encoding::utf8 : Encoding::macRoman);
         }
         DisposeAndClearFHandle(&nameHandle);

@@ -14,6 +14,7 @@
 #include "screening/model.h"
 #include "util/alerts.h"
 #include "util/app_path.h"
+#include "util/fhandle.h"
 #include "util/text.h"
 
 namespace quil {
@@ -39,6 +40,7 @@ void ResetPlugInState() {
     ResetMessaging();
     ResetMenu();
     ResetBaseDirectory();
+    ReleaseKeptHandles();
 }
 
 // Whatever a hook raises for want of memory, the other modules still have their turn.

@@ -123,17 +123,14 @@ bool isCutShort(const std::string& library) {
 
 std::string toUtf8(const fmx::Text& text) {
     const std::uint32_t units = text.GetSize();
-    const std::u16string_view content = text.units();
-    const unsigned bits =
-        std::accumulate(content.begin(), content.end(), 0U, [](unsigned a, char16_t unit) { return a | unit; });
     if (units == 0) {
         return {};
     }
+    const std::u16string_view content = text.units();
+    const unsigned bits =
+        std::accumulate(content.begin(), content.end(), 0U, [](unsigned a, char16_t unit) { return a | unit; });
     if (bits < 0x80) {
-        std::string bytes(units, '\0');
-        std::transform(content.begin(), content.end(), bytes.begin(),
-                       [](char16_t unit) { return static_cast<char>(unit); });
-        return bytes;
+        return {content.begin(), content.end()};
     }
     // A text may hold NULs, so its end is where the filling begins again, a byte that UTF-8 never has.
     constexpr char kFilling = '\xFF';
@@ -272,13 +269,20 @@ const RegisteredFunction& Plugin::functionNamed(std::string_view function) const
     return *found;
 }
 
-Answer Plugin::external(std::string_view name, std::string_view parameter) {
-    const std::array<std::string_view, 2> parameters = {name, parameter};
-    constexpr std::string_view kExternal = "QUIL_External";
-    if (external_ >= functions_.size() || functions_[external_].name != kExternal) {
-        external_ = static_cast<std::size_t>(&functionNamed(kExternal) - functions_.data());
+const RegisteredFunction& Plugin::externalFunction() {
+    if (external_ == kUnknown) {
+        external_ = static_cast<std::size_t>(&functionNamed("QUIL_External") - functions_.data());
     }
-    return run(functions_[external_], parameters);
+    return functions_[external_];
+}
+
+Answer Plugin::external(std::string_view name, std::string_view parameter) {
+    return run(externalFunction(), std::array<std::string_view, 2>{name, parameter});
+}
+
+fmx::errcode Plugin::tell(std::string_view name, std::string_view parameter) {
+    fmx::Data result;
+    return run(externalFunction(), std::array<std::string_view, 2>{name, parameter}, result);
 }
 
 Answer Plugin::evaluate(std::string_view name, const std::vector<std::string_view>& parameters, bool checkCount) {
@@ -293,6 +297,13 @@ Answer Plugin::evaluate(std::string_view name, const std::vector<std::string_vie
 }
 
 Answer Plugin::run(const RegisteredFunction& function, std::span<const std::string_view> parameters) {
+    fmx::Data result;
+    const fmx::errcode code = run(function, parameters, result);
+    return {.code = code, .text = toUtf8(result.GetAsText())};
+}
+
+fmx::errcode Plugin::run(const RegisteredFunction& function, std::span<const std::string_view> parameters,
+                         fmx::Data& result) {
     constexpr std::size_t kKept = 4096;  // longer texts do not stay behind
     struct Use {
         bool& flag;
@@ -316,17 +327,14 @@ Answer Plugin::run(const RegisteredFunction& function, std::span<const std::stri
         lastName_ = parameters[0];
     }
     const short id = function.id;  // the call may change what is registered
-    fmx::Data result;
-    Answer answer;
-    answer.code = fmx::Evaluate(function.function, id, fmx::ExprEnv(), texts, result);
-    answer.text = toUtf8(result.GetAsText());
+    const fmx::errcode code = fmx::Evaluate(function.function, id, fmx::ExprEnv(), texts, result);
     if (large) {
         texts = fmx::DataVect();
         if (use.mine) {
             lastName_.clear();
         }
     }
-    return answer;
+    return code;
 }
 
 fmx::errcode Plugin::registerFunction(const fmx::QuadChar& pluginId, short funcId, const fmx::Text& name,
@@ -348,6 +356,7 @@ fmx::errcode Plugin::registerFunction(const fmx::QuadChar& pluginId, short funcI
 }
 
 fmx::errcode Plugin::unregisterFunction(const fmx::QuadChar& pluginId, short funcId) {
+    external_ = kUnknown;
     const auto removed = std::erase_if(functions_, [&](const RegisteredFunction& item) {
         return item.id == funcId && item.pluginId == pluginId.text();
     });

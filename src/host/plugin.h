@@ -71,6 +71,8 @@ class Plugin : public fmx::FunctionRegistry {
                     bool checkCount = false);
     // QUIL_External(name; parameter).
     Answer external(std::string_view name, std::string_view parameter);
+    // The same when nobody reads the answer; its code.
+    fmx::errcode tell(std::string_view name, std::string_view parameter);
 
     fmx::errcode registerFunction(const fmx::QuadChar& pluginId, short funcId, const fmx::Text& name,
                                   const fmx::Text& prototype, short minParams, short maxParams, std::uint32_t flags,
@@ -79,7 +81,10 @@ class Plugin : public fmx::FunctionRegistry {
 
   private:
     const RegisteredFunction& functionNamed(std::string_view name) const;
+    const RegisteredFunction& externalFunction();
     Answer run(const RegisteredFunction& function, std::span<const std::string_view> parameters);
+    fmx::errcode run(const RegisteredFunction& function, std::span<const std::string_view> parameters,
+                     fmx::Data& result);
     std::intptr_t call(std::uint8_t selector, std::uint8_t parameter1 = 0, std::uint32_t parameter3 = 0,
                        std::intptr_t result = 0);
 
@@ -90,10 +95,11 @@ class Plugin : public fmx::FunctionRegistry {
     fmx::CallRecord record_;
     bool initialized_ = false;
     std::vector<RegisteredFunction> functions_;
-    fmx::DataVect texts_;       // the last call's parameters, kept so that the next call finds their memory
-    std::size_t external_ = 0;  // where QUIL_External was found
-    bool textsInUse_ = false;   // a call made inside another brings its own
-    std::string lastName_;      // what stands in texts_[0], if anything
+    fmx::DataVect texts_;  // the last call's parameters, kept so that the next call finds their memory
+    static constexpr std::size_t kUnknown = ~std::size_t{0};
+    std::size_t external_ = kUnknown;  // where QUIL_External was found
+    bool textsInUse_ = false;          // a call made inside another brings its own
+    std::string lastName_;             // what stands in texts_[0], if anything
     fmx::FunctionRegistry* previousRegistry_ = nullptr;
 };
 

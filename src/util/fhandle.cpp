@@ -12,19 +12,33 @@ char gReturnString[4];
 char gIbmReturnString[4];
 char gMacReturnString[4];
 
+namespace {
+constexpr std::size_t kMostKept = 4;
+FHandle* sKept[kMostKept];  // records with kKeptRoom that wait for the next call
+std::size_t sKeptCount = 0;
+}  // namespace
+
 static constexpr std::int32_t kNullHandle = -1;
 static constexpr std::int32_t kOutOfMemory = -108;
 static constexpr unsigned long kMaxSize = 0xFFFFFFFFUL;
 
 namespace {
-// The record; its room for small blocks, if any, stands right behind it.
-struct FHandle {
-    char* data;
-    std::uint32_t size;
-    std::uint32_t room;  // growth up to here stays in the record
-};
 // A first block of so few bytes stands behind the record too, without room to grow.
 constexpr std::uint32_t kSmallBlock = 4;
+// Every call makes three handles with room and disposes them. Their records go from call to call, unless a sanitizer
+// shall see who uses one that is gone, or memory comes from elsewhere.
+constexpr std::uint32_t kKeptRoom = 520;  // and nobody asks for just so much
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kKeepsRecords = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kKeepsRecords = false;
+#else
+constexpr bool kKeepsRecords = true;
+#endif
+#else
+constexpr bool kKeepsRecords = true;
+#endif
 
 FHandle* record(char** handle) {
     return reinterpret_cast<FHandle*>(handle);
@@ -70,23 +84,36 @@ char** NewFHandle(unsigned long size) {
 }
 
 char** NewFHandleWithRoom(std::uint32_t room) {
-    FHandle* h = newRecord(room);
+    const bool keeps = kKeepsRecords && room < kKeptRoom && usesHeap();
+    if (keeps && sKeptCount != 0) {
+        FHandle* h = sKept[--sKeptCount];
+        h->size = 0;
+        return &h->data;
+    }
+    FHandle* h = newRecord(keeps ? kKeptRoom : room);
     return h == nullptr ? nullptr : &h->data;
+}
+
+void ReleaseKeptHandles() {
+    while (sKeptCount != 0) {
+        allocator().release(sKept[--sKeptCount]);
+    }
 }
 
 void DisposeAndClearFHandle(char*** handlePtr) {
     if (handlePtr == nullptr) {
         return;
     }
-    if (*handlePtr != nullptr) {
-        releaseBlock(record(*handlePtr));
-        allocator().release(record(*handlePtr));
+    if (FHandle* h = record(*handlePtr); h != nullptr) {
+        releaseBlock(h);
+        if (kKeepsRecords && h->room == kKeptRoom && sKeptCount < kMostKept) {
+            h->data = ownRoom(h);
+            sKept[sKeptCount++] = h;
+        } else {
+            allocator().release(h);
+        }
     }
     *handlePtr = nullptr;
-}
-
-long GetFHandleSize(char** handle) {
-    return handle == nullptr || *handle == nullptr ? 0 : static_cast<long>(record(handle)->size);
 }
 
 std::int32_t SetFHandleSize(char** handle, unsigned long newSize) {
@@ -103,14 +130,22 @@ std::int32_t SetFHandleSize(char** handle, unsigned long newSize) {
         h->size = static_cast<std::uint32_t>(newSize);
         return 0;
     }
-    char* block = newSize > kMaxSize ? nullptr : newBlock(newSize);
+    if (newSize > kMaxSize) {
+        return kOutOfMemory;
+    }
+    char* block = nullptr;
+    if (h->data == ownRoom(h) || h->size == 0) {
+        block = newBlock(newSize);
+        if (block != nullptr) {
+            std::memcpy(block, h->data, h->size);
+            releaseBlock(h);
+        }
+    } else {
+        block = static_cast<char*>(regrowBlock(h->data, h->size, newSize));
+    }
     if (block == nullptr) {
         return kOutOfMemory;
     }
-    if (h->size != 0 && h->data != nullptr) {
-        std::memcpy(block, h->data, h->size);
-    }
-    releaseBlock(h);
     h->data = block;
     h->size = static_cast<std::uint32_t>(newSize);
     return 0;

@@ -18,14 +18,25 @@ namespace quil {
 // Longest line that MergeHandleContents takes, in bytes.
 inline constexpr std::size_t kMaxMergedLine = 510;
 
+// The record that a handle points to. Only this library looks into it.
+struct FHandle {
+    char* data;
+    std::uint32_t size;
+    std::uint32_t room;  // growth up to here stays in the record, behind which the room stands
+};
+
 // The caller owns the handle and releases it with DisposeAndClearFHandle. Null when memory cannot be had.
 char** NewFHandle(unsigned long size);
-// An empty handle that is expected to stay small: up to `room` bytes stand in its record, so that growing to them takes
-// no block of its own.
+// An empty handle that is expected to stay small: at least `room` bytes stand in its record, so that growing to them
+// takes no block of its own. The record is most often one that a disposed handle left.
 char** NewFHandleWithRoom(std::uint32_t room);
+// Gives back what disposed handles left.
+void ReleaseKeptHandles();
 // Frees the handle and sets it to null; a null handle or null pointer is allowed.
 void DisposeAndClearFHandle(char*** handlePtr);
-long GetFHandleSize(char** handle);  // 0 for null
+inline long GetFHandleSize(char** handle) {  // 0 for null
+    return handle == nullptr || *handle == nullptr ? 0 : static_cast<long>(reinterpret_cast<FHandle*>(handle)->size);
+}
 std::int32_t SetFHandleSize(char** handle, unsigned long newSize);
 
 std::int32_t SetResultsHandle(char** handle, const char* text);  // bare; a null text changes nothing

@@ -29,7 +29,16 @@ static void heapRelease(void* block) {
     std::free(block);
 }
 
-static constexpr Allocator kHeap = {heapAllocateZeroed, heapRelease};
+// Large blocks move without being copied.
+static void* heapRegrow(void* block, std::size_t kept, std::size_t bytes) {
+    auto* grown = static_cast<char*>(std::realloc(block, bytes));
+    if (grown != nullptr) {
+        clear(grown + kept, bytes - kept);
+    }
+    return grown;
+}
+
+static constexpr Allocator kHeap = {heapAllocateZeroed, heapRelease, heapRegrow};
 static Allocator sAllocator = kHeap;
 
 const Allocator& allocator() {
@@ -38,6 +47,22 @@ const Allocator& allocator() {
 
 void setAllocator(const Allocator* replacement) {
     sAllocator = replacement == nullptr ? kHeap : *replacement;
+}
+
+void* regrowBlock(void* block, std::size_t kept, std::size_t bytes) {
+    if (sAllocator.regrow != nullptr) {
+        return sAllocator.regrow(block, kept, bytes);
+    }
+    void* grown = sAllocator.allocateZeroed(bytes);
+    if (grown != nullptr) {
+        std::memcpy(grown, block, kept);
+        sAllocator.release(block);
+    }
+    return grown;
+}
+
+bool usesHeap() {
+    return sAllocator.allocateZeroed == heapAllocateZeroed;
 }
 
 }  // namespace quil
