@@ -162,9 +162,11 @@ void setWork(benchmark::State& state, Work work) {
     const std::size_t total = work == Work::dedupe ? n : 2 * n;
     const Allocator counting = {countingAllocate, countingRelease};
     const auto run = [&](FoundSet& a, FoundSet& b) {
-        return work == Work::dedupe ? SortAndRemoveDuplicates(a)
-               : work == Work::both ? AndBooleanSets(a, b)
-                                    : OrBooleanSets(a, b);
+        if (work == Work::dedupe) {
+            SortAndRemoveDuplicates(a);
+            return 0;
+        }
+        return work == Work::both ? AndBooleanSets(a, b) : OrBooleanSets(a, b);
     };
     FoundSet a{};
     FoundSet b{};

@@ -164,6 +164,38 @@ TEST_F(Sets, DedupeAndCombineLikePlainOracles) {
     }
 }
 
+TEST_F(Sets, AreComparedAlikeByTableAndBySorting) {
+    std::mt19937 random(43);
+    const std::uint32_t steps = quil::gTableSteps;
+    for (const std::size_t count : {33U, 200U, 3000U}) {
+        const IDs a = randomIDs(random, count);
+        const IDs b = randomIDs(random, count / 2);
+        // Enough steps, so few that the table is given up half-way, none; and no memory for it.
+        for (const std::uint32_t allowed : {steps, 2U, 1U, 0U}) {
+            quil::gTableSteps = allowed;
+            collect(a);
+            script(quil::VSTA_RemoveDuplicateFoundIDs, "");
+            ASSERT_EQ(distinct(a), found()) << allowed;
+            ASSERT_EQ(both(a, b), combine({a, b}, "and")) << allowed;
+            ASSERT_EQ(either(a, b), combine({a, b}, "or")) << allowed;
+        }
+        quil::gTableSteps = steps;
+        FoundSet set{};
+        ASSERT_EQ(0, quil::AllocateSet(set, static_cast<std::uint32_t>(count)));
+        for (const std::string& id : a) {
+            quil::AppendID(set, id);
+        }
+        {
+            support::FailingAllocator memory;
+            memory.failCall(1);
+            quil::SortAndRemoveDuplicates(set);
+            EXPECT_TRUE(memory.failed());
+        }
+        quil::TransferSetFromTo(set, gFoundSet);
+        ASSERT_EQ(distinct(a), found());
+    }
+}
+
 TEST_F(Sets, KeepTheOrderOfAdding) {
     collect({"A", "B", "A", "C", "B"}, 10);
     script(quil::VSTA_RemoveDuplicateFoundIDs, "");

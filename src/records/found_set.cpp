@@ -5,9 +5,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <numeric>
-#include <span>
+#include <utility>
 
 #include "util/memory.h"
 
@@ -17,6 +15,7 @@ namespace quil {
 FoundSet gFoundSet{};                  // what scripts collect and read
 FoundSet gSavedSet{};                  // one set put aside
 FoundSet gBooleanSet[kBooleanSets]{};  // operands of AND and OR
+std::uint32_t gTableSteps = 16;        // places that an ID may look at, on average
 
 static constexpr std::int32_t kOutOfMemory = -108;
 static constexpr std::uint64_t kMaxBlock = 0xFFFFFFFFULL;
@@ -56,6 +55,20 @@ void AppendID(FoundSet& set, std::string_view id) {
     FoundItem& item = set.items[set.count++];
     item = FoundItem{};
     id.copy(item.id, kFoundIDSize - 1);
+}
+
+std::size_t LengthOfID(const FoundItem& item) {
+    // Behind its end the field is zeros, so the last byte that is none tells.
+    static_assert(std::endian::native == std::endian::little && kFoundIDSize % sizeof(std::uint64_t) == 0);
+    for (std::size_t at = kFoundIDSize; at != 0;) {
+        at -= sizeof(std::uint64_t);
+        std::uint64_t word = 0;
+        std::memcpy(&word, item.id + at, sizeof word);
+        if (word != 0) {
+            return at + (static_cast<std::size_t>(std::bit_width(word)) + 7) / 8;
+        }
+    }
+    return 0;
 }
 
 static const FoundItem& asItem(const void* p) {
@@ -98,253 +111,245 @@ void SetTempIndex(FoundSet& set) {
 
 namespace {
 
-// An item in the form that sorts fast: the compared bytes in the order of their weight, made unsigned, so that three
-// 64-bit comparisons decide as CompareIDStrOnly does. Same size as an item.
-struct SortKey {
-    std::array<std::uint32_t, 6> words;  // three pairs, the heaviest first; in a pair the heavier one second
-    std::uint32_t index;                 // position in the set
-
-    std::uint64_t part(std::size_t n) const { return std::uint64_t{words[2 * n + 1]} << 32 | words[2 * n]; }
-    bool sameID(const SortKey& other) const { return words == other.words; }
-    bool idLess(const SortKey& other) const {
-        for (const std::size_t n : {0U, 1U, 2U}) {
-            if (part(n) != other.part(n)) {
-                return part(n) < other.part(n);
-            }
-        }
-        return false;
-    }
-    bool operator<(const SortKey& other) const {
-        for (const std::size_t n : {0U, 1U, 2U}) {
-            if (part(n) != other.part(n)) {
-                return part(n) < other.part(n);
-            }
-        }
-        return index < other.index;
-    }
-};
-static_assert(sizeof(SortKey) == sizeof(FoundItem));
-
-std::uint32_t loadForward(const char* bytes) {
-    const auto at = [bytes](int i) { return std::uint32_t{static_cast<unsigned char>(bytes[i])}; };
-    return at(0) << 24 | at(1) << 16 | at(2) << 8 | at(3);
+bool sameID(const FoundItem& a, const FoundItem& b) {
+    return std::memcmp(a.id, b.id, kComparedIDBytes) == 0;
 }
 
-std::uint32_t loadBackward(const char* bytes) {
-    const auto at = [bytes](int i) { return std::uint32_t{static_cast<unsigned char>(bytes[i])}; };
-    return at(3) << 24 | at(2) << 16 | at(1) << 8 | at(0);
-}
-
-// The four bytes of each number by turns, those of `first` first.
-std::uint64_t interleave(std::uint32_t first, std::uint32_t second) {
-    const auto spread = [](std::uint64_t x) {
-        x = (x | x << 16) & 0x0000FFFF0000FFFFULL;
-        return (x | x << 8) & 0x00FF00FF00FF00FFULL;
-    };
-    return spread(first) << 8 | spread(second);
-}
-
-SortKey makeKey(const FoundItem& item, std::uint32_t index) {
-    static constexpr std::uint64_t kSigns = 0x8080808080808080ULL;  // signed order as unsigned
-    static constexpr std::uint32_t kThree = 0xFFFFFF00U;            // the last three bytes of each end
-    const char* id = item.id;
-    SortKey key{};
-    const auto put = [&key](std::size_t n, std::uint64_t part) {
-        key.words[2 * n] = static_cast<std::uint32_t>(part);
-        key.words[2 * n + 1] = static_cast<std::uint32_t>(part >> 32);
-    };
-    put(0, interleave(loadForward(id), loadBackward(id + 18)) ^ kSigns);
-    put(1, interleave(loadForward(id + 4), loadBackward(id + 14)) ^ kSigns);
-    put(2, interleave(loadForward(id + 8) & kThree, loadBackward(id + 10) & kThree) ^ kSigns);
-    key.index = index;
-    return key;
-}
-
-// In which of 2^bits parts an ID belongs: any function of the compared bytes alone.
-std::uint32_t partOf(const FoundItem& item, int bits) {
-    const auto load = [&item](std::size_t at) {
-        std::uint64_t value;
-        std::memcpy(&value, item.id + at, sizeof value);
-        return value;
-    };
-    static_assert(kComparedIDBytes == 22);
-    std::uint64_t hash = load(0) * 0x9E3779B97F4A7C15ULL + load(8) * 0xC2B2AE3D27D4EB4FULL;
-    hash = ((hash ^ hash >> 32) + load(14)) * 0x165667B19E3779F9ULL;
-    return static_cast<std::uint32_t>(hash >> 32 & ((1U << bits) - 1));
-}
-
-struct Release {
-    void operator()(void* block) const { allocator().release(block); }
-};
-template <class T>
-std::unique_ptr<T[], Release> newBlock(std::size_t count) {
-    return std::unique_ptr<T[], Release>(static_cast<T*>(allocator().allocateZeroed(count * sizeof(T))));
-}
-
-// A set's keys in parts, each sorted by ID and then by position. Equal IDs are in the same part, of whichever set, so
-// sets are compared part by part; a part is small enough to be sorted in the processor's cache.
-struct SortedKeys {
-    std::unique_ptr<SortKey[], Release> keys;
-    std::unique_ptr<std::uint32_t[], Release> ends;  // of the parts
-
-    std::span<SortKey> part(std::uint32_t n) const {
-        const std::uint32_t start = n == 0 ? 0 : ends[n - 1];
-        return {keys.get() + start, keys.get() + ends[n]};
-    }
-};
-
-// For sets of so many items: 2^bits parts of a few thousand.
-int partBits(std::uint32_t count) {
-    return static_cast<int>(std::bit_width(count >> 12));
-}
+// --- by sorting, which needs no memory -------------------------------------------------------------------------------
 
 // A light shuffle before each sort, so that a list that is sorted already, the usual case, is none for the sort. The
 // last item is never picked, deliberately: the modulus is count - 1.
-void MixItUpSome(std::span<SortKey> keys) {
-    const std::size_t modulus = keys.size() - 1;
-    for (std::size_t times = keys.size() / 40 + 1; times > 0; --times) {
-        const std::size_t i = static_cast<std::size_t>(std::rand()) % modulus;
-        const std::size_t j = static_cast<std::size_t>(std::rand()) % modulus;
+void MixItUpSome(FoundSet& set) {
+    const std::uint32_t modulus = set.count - 1;
+    for (std::uint32_t times = set.count / 40 + 1; times > 0; --times) {
+        const std::uint32_t i = static_cast<std::uint32_t>(std::rand()) % modulus;
+        const std::uint32_t j = static_cast<std::uint32_t>(std::rand()) % modulus;
         if (i != j) {
-            std::swap(keys[i], keys[j]);
+            std::swap(set.items[i], set.items[j]);
         }
     }
 }
 
-// Sorts a set's keys in 2^bits parts. False when memory cannot be had.
-bool sortKeys(const FoundSet& set, int bits, SortedKeys& sorted) {
-    const std::uint32_t parts = 1U << bits;
-    sorted.keys = newBlock<SortKey>(set.count);
-    sorted.ends = newBlock<std::uint32_t>(parts);
-    if (sorted.keys == nullptr || sorted.ends == nullptr) {
-        return false;
+void sortByID(FoundSet& set) {
+    if (set.count > 1) {
+        MixItUpSome(set);
+        std::sort(set.items, set.items + set.count,
+                  [](const FoundItem& a, const FoundItem& b) { return CompareIDStrThenTempIndex(&a, &b) < 0; });
     }
-    for (std::uint32_t i = 0; i < set.count; ++i) {
-        ++sorted.ends[partOf(set.items[i], bits)];
-    }
-    // First the parts' starts, which become their ends as the keys come in.
-    std::exclusive_scan(sorted.ends.get(), sorted.ends.get() + parts, sorted.ends.get(), std::uint32_t{0});
-    for (std::uint32_t i = 0; i < set.count; ++i) {
-        sorted.keys[sorted.ends[partOf(set.items[i], bits)]++] = makeKey(set.items[i], i);
-    }
-    for (std::uint32_t n = 0; n < parts; ++n) {
-        if (const std::span<SortKey> part = sorted.part(n); part.size() > 1) {
-            MixItUpSome(part);
-            std::sort(part.begin(), part.end());
-        }
-    }
-    return true;
 }
 
-// One bit for each item of a set: whether it is kept.
-class Kept {
+void sortByTempIndex(FoundSet& set) {
+    std::sort(set.items, set.items + set.count,
+              [](const FoundItem& a, const FoundItem& b) { return CompareTempIndex(&a, &b) < 0; });
+}
+
+void removeDuplicatesBySorting(FoundSet& set) {
+    SetTempIndex(set);
+    sortByID(set);
+    set.count = static_cast<std::uint32_t>(std::unique(set.items, set.items + set.count, sameID) - set.items);
+    sortByTempIndex(set);
+}
+
+void intersectBySorting(FoundSet& a, FoundSet& b) {
+    SetTempIndex(a);
+    sortByID(a);
+    sortByID(b);
+    std::uint32_t kept = 0;
+    std::uint32_t inB = 0;
+    for (std::uint32_t inA = 0; inA < a.count; ++inA) {
+        const FoundItem item = a.items[inA];
+        while (inB < b.count && CompareIDStrOnly(&b.items[inB], &item) < 0) {
+            ++inB;
+        }
+        if (inB == b.count) {
+            break;
+        }
+        if (sameID(item, b.items[inB]) && (kept == 0 || !sameID(item, a.items[kept - 1]))) {
+            a.items[kept++] = item;
+        }
+    }
+    a.count = kept;
+    sortByTempIndex(a);
+}
+
+// --- by a hash table, which takes as long as the sets ----------------------------------------------------------------
+
+// The distinct IDs of a set, found by their text: places of a table at most half full, tried one behind the other. The
+// set's array has to stay; items may move as long as the table is told where an ID is first put.
+class IDTable {
   public:
-    explicit Kept(std::uint32_t count) : bits_(newBlock<std::uint64_t>(std::size_t{count} / 64 + 1)) {}
-    bool allocated() const { return bits_ != nullptr; }
-    void add(std::uint32_t item) { bits_[item / 64] |= std::uint64_t{1} << item % 64; }
+    // For the IDs of a set, of which `questions` will be asked.
+    IDTable(const FoundSet& set, std::uint64_t questions)
+        : items_(set.items),
+          size_(std::uint64_t{set.count} * 2 + 1),
+          steps_(questions * gTableSteps),
+          places_(static_cast<std::uint64_t*>(allocator().allocateZeroed(size_ * sizeof(std::uint64_t)))) {}
+    ~IDTable() { allocator().release(places_); }
+    IDTable(const IDTable&) = delete;
+    IDTable& operator=(const IDTable&) = delete;
 
-    // Adds those keys' items that are the first of their ID and that `isWanted` takes; it sees the IDs in their order.
-    template <class IsWanted>
-    void addFirsts(std::span<const SortKey> part, IsWanted isWanted) {
-        for (std::size_t i = 0; i < part.size(); ++i) {
-            if ((i == 0 || !part[i].sameID(part[i - 1])) && isWanted(part[i])) {
-                add(part[i].index);
+    // False without memory, and when the IDs meet in the same places so often that sorting them is faster.
+    bool works() const { return places_ != nullptr && steps_ != 0; }
+
+    // Calls `each` with the positions of a set's items in turn and the hashes of their IDs, as long as the table works.
+    // Where an ID belongs is a place in memory that nobody foresees, so the memory is told of many ahead. Returns the
+    // number of items that had their turn.
+    template <typename Each>
+    std::uint32_t forEach(const FoundSet& set, Each each) {
+        std::array<std::uint64_t, 32> hashes;
+        std::uint32_t start = 0;
+        while (works() && start < set.count) {
+            const std::uint32_t some = std::min(static_cast<std::uint32_t>(hashes.size()), set.count - start);
+            for (std::uint32_t i = 0; i < some; ++i) {
+                hashes[i] = hashOf(set.items[start + i]);
+                __builtin_prefetch(&places_[firstPlace(hashes[i])], 1);
             }
+            for (std::uint32_t i = 0; i < some; ++i) {
+                __builtin_prefetch(&items_[places_[firstPlace(hashes[i])] & kPosition]);
+            }
+            for (std::uint32_t i = 0; i < some; ++i) {
+                each(start + i, hashes[i]);
+            }
+            start += some;
         }
+        return start;
     }
 
-    // Drops the other items of the set. What stays keeps its order and takes its old position as tempIndex, like after
-    // a sort back.
-    void applyTo(FoundSet& set) const {
-        std::uint32_t kept = 0;
-        for (std::uint32_t i = 0; i < set.count; ++i) {
-            if ((bits_[i / 64] >> i % 64 & 1) != 0) {
-                if (kept != i) {
-                    set.items[kept] = set.items[i];
-                }
-                set.items[kept++].tempIndex = i;
-            }
+    // Whether the ID was not there; it is now, as that of item `position`.
+    bool add(const FoundItem& item, std::uint64_t hash, std::uint32_t position) {
+        std::uint64_t* const place = placeOf(item, hash);
+        if (*place != 0) {
+            return false;
         }
-        set.count = kept;
+        *place = (hash & kTag) | (position + 1);
+        return true;
+    }
+
+    // Whether the ID is there, the first time that it is asked for.
+    bool take(const FoundItem& item, std::uint64_t hash) {
+        std::uint64_t* const place = placeOf(item, hash);
+        if (*place == 0 || (*place & kTaken) != 0) {
+            return false;
+        }
+        *place |= kTaken;
+        return true;
     }
 
   private:
-    std::unique_ptr<std::uint64_t[], Release> bits_;
+    // In a place: the upper half of the hash, whether it was taken, the item's position from 1 on; 0 is empty.
+    static constexpr std::uint64_t kTaken = 0x80000000;
+    static constexpr std::uint64_t kPosition = kTaken - 1;  // a set of 4 GiB has fewer items
+    static constexpr std::uint64_t kTag = 0xFFFFFFFF00000000;
+
+    static std::uint64_t hashOf(const FoundItem& item) {
+        const auto load = [&item](std::size_t at) {
+            std::uint64_t value = 0;
+            std::memcpy(&value, item.id + at, sizeof value);
+            return value;
+        };
+        static_assert(kComparedIDBytes == 22);
+        std::uint64_t hash = load(0) * 0x9E3779B97F4A7C15ULL + std::rotl(load(8) * 0xC2B2AE3D27D4EB4FULL, 29);
+        hash = ((hash ^ hash >> 32) + load(14)) * 0x165667B19E3779F9ULL;
+        return (hash ^ hash >> 29) * 0x9E3779B97F4A7C15ULL;
+    }
+
+    std::uint64_t firstPlace(std::uint64_t hash) const { return (hash & ~kTag) * size_ >> 32; }
+
+    // The place that holds the ID, or the empty one where it belongs.
+    std::uint64_t* placeOf(const FoundItem& item, std::uint64_t hash) {
+        const std::uint64_t tag = hash & kTag;
+        std::uint64_t at = firstPlace(hash);
+        while (places_[at] != 0 &&
+               ((places_[at] & kTag) != tag || !sameID(items_[(places_[at] & kPosition) - 1], item))) {
+            at = at + 1 == size_ ? 0 : at + 1;
+            steps_ -= steps_ != 0 ? 1 : 0;
+        }
+        steps_ -= steps_ != 0 ? 1 : 0;
+        return &places_[at];
+    }
+
+    const FoundItem* items_;
+    std::uint64_t size_;
+    std::uint64_t steps_;  // left
+    std::uint64_t* places_;
 };
+
+// Keeps those items of a set that `isKept` takes, in their order, each with its old position. It sees an item, the hash
+// of its ID and the position that it will have. What the table did not come to stays.
+template <typename IsKept>
+void keepItems(FoundSet& set, IDTable& table, IsKept isKept) {
+    std::uint32_t kept = 0;
+    const std::uint32_t done = table.forEach(set, [&](std::uint32_t i, std::uint64_t hash) {
+        FoundItem item = set.items[i];
+        if (isKept(item, hash, kept)) {
+            item.tempIndex = i;
+            set.items[kept++] = item;
+        }
+    });
+    std::copy(set.items + done, set.items + set.count, set.items + kept);
+    set.count = kept + (set.count - done);
+}
+
+constexpr std::uint32_t kFewItems = 32;  // sorted before a table is made
 
 }  // namespace
 
-std::int32_t SortAndRemoveDuplicates(FoundSet& set) {
+void SortAndRemoveDuplicates(FoundSet& set) {
     if (set.items == nullptr || set.count < 2) {
-        return 0;
+        return;
     }
-    const int bits = partBits(set.count);
-    Kept kept(set.count);
-    SortedKeys sorted;
-    if (!kept.allocated() || !sortKeys(set, bits, sorted)) {
-        return kOutOfMemory;
+    if (set.count > kFewItems) {
+        IDTable table(set, set.count);
+        keepItems(set, table, [&table](const FoundItem& item, std::uint64_t hash, std::uint32_t position) {
+            return table.add(item, hash, position);
+        });
+        if (table.works()) {
+            return;
+        }
     }
-    for (std::uint32_t n = 0; n < 1U << bits; ++n) {
-        kept.addFirsts(sorted.part(n), [](const SortKey&) { return true; });
+    removeDuplicatesBySorting(set);
+}
+
+// Whether the table did it all; if not, the result is the same as if it had done nothing.
+static bool intersectByTable(FoundSet& a, const FoundSet& b) {
+    IDTable table(b, std::uint64_t{a.count} + b.count);
+    table.forEach(b, [&](std::uint32_t i, std::uint64_t hash) { table.add(b.items[i], hash, i); });
+    if (table.works()) {
+        keepItems(a, table, [&table](const FoundItem& item, std::uint64_t hash, std::uint32_t) {
+            return table.take(item, hash);
+        });
     }
-    kept.applyTo(set);
-    return 0;
+    return table.works();
 }
 
 std::int32_t AndBooleanSets(FoundSet& a, FoundSet& b) {
     if (a.count == 0 || b.count == 0) {
         DisposeSet(a);
-        DisposeSet(b);
-        return 0;
+    } else if (std::max(a.count, b.count) <= kFewItems || !intersectByTable(a, b)) {
+        intersectBySorting(a, b);
     }
-    const int bits = partBits(std::max(a.count, b.count));
-    Kept kept(a.count);
-    SortedKeys sortedA;
-    SortedKeys sortedB;
-    if (!kept.allocated() || !sortKeys(a, bits, sortedA) || !sortKeys(b, bits, sortedB)) {
-        return kOutOfMemory;
-    }
-    for (std::uint32_t n = 0; n < 1U << bits; ++n) {
-        const std::span<const SortKey> part = sortedB.part(n);
-        kept.addFirsts(sortedA.part(n), [part, at = std::size_t{0}](const SortKey& key) mutable {
-            while (at < part.size() && part[at].idLess(key)) {
-                ++at;
-            }
-            return at < part.size() && part[at].sameID(key);
-        });
-    }
-    kept.applyTo(a);
     DisposeSet(b);
     return 0;
 }
 
 std::int32_t OrBooleanSets(FoundSet& a, FoundSet& b) {
-    if (b.count == 0) {
-        DisposeSet(b);
-        return SortAndRemoveDuplicates(a);
-    }
-    if (a.count == 0) {
-        TransferSetFromTo(b, a);
-        return SortAndRemoveDuplicates(a);
-    }
-    FoundSet both{};
-    const std::uint64_t total = std::uint64_t{a.count} + b.count;
-    std::int32_t error = total > kMaxBlock ? kOutOfMemory : AllocateSet(both, static_cast<std::uint32_t>(total));
-    if (error == 0) {
+    if (a.count != 0 && b.count != 0) {
+        FoundSet both{};
+        const std::uint64_t total = std::uint64_t{a.count} + b.count;
+        if (total > kMaxBlock || AllocateSet(both, static_cast<std::uint32_t>(total)) != 0) {
+            DisposeSet(a);
+            DisposeSet(b);
+            return kOutOfMemory;
+        }
         std::copy_n(a.items, a.count, both.items);
         std::copy_n(b.items, b.count, both.items + a.count);
         both.count = both.capacity;
-        DisposeSet(a);
-        DisposeSet(b);
-        error = SortAndRemoveDuplicates(both);
+        TransferSetFromTo(both, a);
+    } else if (b.count != 0) {
+        TransferSetFromTo(b, a);
     }
-    if (error != 0) {
-        DisposeSet(both);
-        DisposeSet(a);
-        DisposeSet(b);
-        return error;
-    }
-    TransferSetFromTo(both, a);
+    DisposeSet(b);
+    SortAndRemoveDuplicates(a);
     return 0;
 }
 

@@ -37,6 +37,9 @@ struct FoundSet {
 extern FoundSet gFoundSet;
 extern FoundSet gSavedSet;
 extern FoundSet gBooleanSet[kBooleanSets];
+// Sets are compared by a hash table; when it looks at more places than this for each ID, it is given up and the sets
+// are sorted. One is what a table without any collision takes.
+extern std::uint32_t gTableSteps;
 
 // Makes an empty set of `capacity` slots. -108 when memory cannot be had; the set is empty then. A block of 4 GiB or
 // more is never to be had.
@@ -46,6 +49,8 @@ void DisposeSet(FoundSet& set);
 void TransferSetFromTo(FoundSet& from, FoundSet& to);
 // Adds an ID, cut at 23 bytes; dropped when the set is full.
 void AppendID(FoundSet& set, std::string_view id);
+// Bytes of an item's ID, 0 to 23.
+std::size_t LengthOfID(const FoundItem& item);
 
 // Comparators of the shape that qsort takes, over FoundItem.
 int CompareIDStrOnly(const void* a, const void* b);
@@ -55,9 +60,9 @@ int CompareTempIndex(const void* a, const void* b);
 // Numbers the items 0, 1, 2, ... in their present order.
 void SetTempIndex(FoundSet& set);
 
-// Each ID once, at its first occurrence, in the order of adding. 0, or -108 with the set unchanged.
-std::int32_t SortAndRemoveDuplicates(FoundSet& set);
-// a := the IDs of a that are in b too, once each, in a's order; b is disposed. 0, or -108 with both sets unchanged.
+// Each ID once, at its first occurrence, in the order of adding. Needs no memory, but is faster with some.
+void SortAndRemoveDuplicates(FoundSet& set);
+// a := the IDs of a that are in b too, once each, in a's order; b is disposed. Returns 0; memory as above.
 std::int32_t AndBooleanSets(FoundSet& a, FoundSet& b);
 // a := the IDs of a, then those that b adds, once each; b is disposed. 0, or -108 with a empty.
 std::int32_t OrBooleanSets(FoundSet& a, FoundSet& b);

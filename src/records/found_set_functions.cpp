@@ -58,25 +58,20 @@ std::int32_t VSTA_GetFoundID(long funcNum, char** paramHandle, char** resultHand
         return 0;
     }
     end = std::min(end, gFoundSet.count);
-    const auto lengthOf = [](const FoundItem& item) { return std::strlen(item.id); };
-    std::size_t size = end - start;  // the separators
-    for (std::uint32_t i = start - 1; i < end; ++i) {
-        size += lengthOf(gFoundSet.items[i]);
-    }
-    if (SetFHandleSize(resultHandle, size) != 0) {
+    // A whole field is copied for each ID, of which the next one overwrites what is too much.
+    const std::size_t room = (std::size_t{end} - start + 1) * kFoundIDSize;
+    if (SetFHandleSize(resultHandle, room) != 0) {
         ReportErrorToUser(funcNum, kOutOfMemory);
         SetFHandleSize(resultHandle, 0);
         return kOutOfMemory;
     }
     char* out = *resultHandle;
     for (std::uint32_t i = start - 1; i < end; ++i) {
-        const std::size_t length = lengthOf(gFoundSet.items[i]);
-        std::memcpy(out, gFoundSet.items[i].id, length);
-        out += length;
-        if (i + 1 < end) {
-            *out++ = '\r';
-        }
+        std::memcpy(out, gFoundSet.items[i].id, kFoundIDSize);
+        out += LengthOfID(gFoundSet.items[i]);
+        *out++ = '\r';
     }
+    SetFHandleSize(resultHandle, static_cast<unsigned long>(out - 1 - *resultHandle));
     return 0;
 }
 
@@ -84,12 +79,9 @@ std::int32_t VSTA_GetNumFoundIDs(long funcNum, char** /*paramHandle*/, char** re
     return AnswerNumber(funcNum, resultHandle, gFoundSet.count);
 }
 
-std::int32_t VSTA_RemoveDuplicateFoundIDs(long funcNum, char** /*paramHandle*/, char** /*resultHandle*/) {
-    const std::int32_t error = SortAndRemoveDuplicates(gFoundSet);
-    if (error != 0) {
-        ReportErrorToUser(funcNum, static_cast<short>(error));
-    }
-    return error;
+std::int32_t VSTA_RemoveDuplicateFoundIDs(long /*funcNum*/, char** /*paramHandle*/, char** /*resultHandle*/) {
+    SortAndRemoveDuplicates(gFoundSet);
+    return 0;
 }
 
 std::int32_t VSTA_DisposeFoundSet(long /*funcNum*/, char** /*paramHandle*/, char** /*resultHandle*/) {

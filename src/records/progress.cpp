@@ -23,10 +23,13 @@ void ShowFoundSetProgress(FoundSet& set) {
     if (set.capacity == 0) {
         return;
     }
+    const bool first = set.progressShown == 0;
+    if (first && std::uint64_t{set.count} * 3 > set.capacity) {
+        return;
+    }
     const double fraction = static_cast<double>(set.count) / set.capacity;
     const auto percent = static_cast<std::int16_t>(fraction * 100);
-    const bool first = set.progressShown == 0;
-    if (first ? fraction > 1.0 / 3.0 : percent == set.lastPercent) {
+    if (!first && percent == set.lastPercent) {
         return;
     }
     // The clock comes last: most calls end before it, and it costs more than they do.
