@@ -4,11 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <thread>
 #include <utility>
 
 #include "platform/scripted/scripted_parts.h"
+#include "platform/tick_clock.h"
 
 namespace platform {
 
@@ -42,12 +41,7 @@ void ScriptedWindows::drawProgress(WindowRef window, const ProgressBox& box) {
 }
 
 std::uint32_t ScriptedInput::ticks() {
-    if (shared_.state.ticks) {
-        return *shared_.state.ticks;
-    }
-    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 60>>;
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<std::uint32_t>(std::chrono::duration_cast<Ticks>(now).count());
+    return shared_.state.ticks ? *shared_.state.ticks : tickCount();
 }
 
 std::int64_t ScriptedInput::seconds() {
@@ -66,8 +60,7 @@ void ScriptedInput::wait(std::uint32_t ticks) {
     if (shared_.state.ticks) {
         *shared_.state.ticks += ticks;
     } else {
-        // Slept to a nanosecond above the exact time, so that the counter has moved by all of the ticks.
-        std::this_thread::sleep_for(std::chrono::nanoseconds(std::uint64_t{ticks} * 1'000'000'000 / 60 + 1));
+        waitTicks(ticks);
     }
     shared_.passTime(ticks);
 }
