@@ -4,10 +4,12 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
 #include "frame/dispatch_table.h"
 #include "host/commands.h"
+#include "host/id_list.h"
 #include "host/plugin.h"
 #include "platform/linux/linux_machine.h"
 #include "support/process.h"
@@ -49,6 +51,19 @@ class Host : public testing::Test {
     std::unique_ptr<platform::Machine> machine_;
     platform::Machine* previous_;
 };
+
+TEST_F(Host, NoticesThatAListHasChangedSinceItWasCounted) {
+    const std::string path = folder_.path() / "list";
+    std::ofstream(path) << "A\n\nB";
+    const host::IDList list(path, 23);
+    EXPECT_EQ(list.count(), 3U);
+    std::string ids;
+    list.forEach([&ids](std::string_view id, std::size_t line) { ids += std::string(id) + std::to_string(line); });
+    EXPECT_EQ(ids, "A1B3");
+    std::ofstream(path, std::ios::app) << "\nC";
+    EXPECT_EQ(errorOf([&list] { list.forEach([](std::string_view, std::size_t) {}); }),
+              path + ": has changed while it was read; try again when nobody writes to it");
+}
 
 TEST_F(Host, RegistersTwoFunctionsAtInitialisationAndForgetsThemAtShutdown) {
     Plugin plugin(kBundle);

@@ -145,6 +145,24 @@ TEST_F(SetsCommand, ShowHowFarLongWorkIs) {
                     .ends_with("\rfinding the objects\033[K\r\033[K"));
 }
 
+TEST_F(SetsCommand, ReadFilesInPiecesLikeInputAsAWhole) {
+    std::string lines;
+    std::string expected;
+    for (int i = 0; i < 200000; ++i) {
+        const std::string id = std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), 'x');
+        const char* const end = i % 3 == 0 ? "\r\n" : i % 3 == 1 ? "\r" : i % 5 == 0 ? "\n\n" : "\n";
+        lines += id + (i == 199999 ? "" : end);
+        expected += id + "\n";
+    }
+    EXPECT_TRUE(quil({"sets", "dedupe", file("pieces", lines)}).output == expected);
+    EXPECT_TRUE(quil({"sets", "dedupe"}, {lines}).output == expected);
+    std::replace(lines.begin(), lines.end(), '\n', '\r');
+    EXPECT_TRUE(quil({"sets", "dedupe", file("returns", lines)}).output == expected) << "no line feed at all";
+    const std::string last = "A\n" + std::string(3'000'000, '\n') + std::string(2'000'000, 'B');
+    EXPECT_NE(quil({"sets", "dedupe", file("long", last)}).errors.find("long:3000002: the ID has over 524288 bytes"),
+              std::string::npos);
+}
+
 TEST_F(SetsCommand, NameFileAndLineOfABadID) {
     const Outcome tooLong = quil({"sets", "dedupe", b, file("e", "A\n\nabcdefghijklmnopqrstuvwx\n")});
     EXPECT_EQ(tooLong.status, 1);
@@ -163,8 +181,9 @@ TEST_F(SetsCommand, NameTheFileThatIsTooLargeForTheMemory) {
     }
     const std::string huge = file("huge", "");
     std::filesystem::resize_file(huge, std::uintmax_t{3} << 30);
-    const Outcome outcome = support::run(
-        {"bash", "-c", "ulimit -v 2000000; exec \"$0\" sets dedupe \"$1\"", QUIL_BINARY_DIR "/quil", huge});
+    const Outcome outcome =
+        support::run({"bash", "-c", "ulimit -v 2000000; exec \"$0\" map-list \"$1\" --ids /dev/null",
+                      QUIL_BINARY_DIR "/quil", huge});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.errors, "quil: " + huge + ": too large for the memory (3072 MiB)\n");
 }

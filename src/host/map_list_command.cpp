@@ -10,6 +10,7 @@
 
 #include "host/atomic_file.h"
 #include "host/commands.h"
+#include "host/id_list.h"
 #include "host/private_session.h"
 #include "host/shown_text.h"
 #include "platform/text.h"
@@ -88,7 +89,7 @@ void nameLayers(PrivateSession& session, const std::vector<std::string>& layers)
 
 // The LST2 lines. What the work needs is gone when they are there: whoever reads them may go before the last one.
 std::string findObjects(const MapListOptions& options, const Context& context) {
-    const IDList ids = readIDs(options.ids, kLongestID);
+    const IDList ids(options.ids, kLongestID);
     PrivateSession session(context, true);
     std::size_t size = 0;
     {
@@ -107,11 +108,11 @@ std::string findObjects(const MapListOptions& options, const Context& context) {
         ids.forEach([&](std::string_view id, std::size_t line) {
             if (session.call("HBT_ShownOnMapAppendID", id) == "Error") {
                 session.alerts();
-                throw HostError(ids.name + ":" + std::to_string(line) + ": \"" + std::string(id) +
+                throw HostError(ids.name() + ":" + std::to_string(line) + ": \"" + std::string(id) +
                                 "\" is no record ID: one letter, the group in 1 to 3 digits and the record in 6, such "
                                 "as B12000345");
             }
-            progress.show(++done, ids.count);
+            progress.show(++done, ids.count());
         });
     }
     ProgressLine progress("finding the objects");

@@ -14,7 +14,6 @@
 #include <filesystem>
 
 #include "host/signal_folder.h"
-#include "platform/text.h"
 
 namespace host {
 
@@ -27,15 +26,6 @@ platform::LinuxOptions optionsFor(const std::string& folder) {
     options.volumes = {{kVolume, folder.empty() ? "/" : folder}};
     options.application = std::string(kVolume) + ":quil";
     return options;
-}
-
-// Most lists are; a loop without an exit is one that the processor runs many bytes at a time.
-bool isAscii(std::string_view text) {
-    unsigned char bits = 0;
-    for (const char c : text) {
-        bits = static_cast<unsigned char>(bits | static_cast<unsigned char>(c));
-    }
-    return bits < 0x80;
 }
 
 double now() {
@@ -82,13 +72,20 @@ PrivateSession::PrivateSession(const Context& context, bool withFolder, const Ma
 
 PrivateSession::~PrivateSession() = default;
 
+void PrivateSession::check(fmx::errcode code, std::string_view name) {
+    if (code != fmx::kNoError) {
+        throw HostError("the plug-in ended " + std::string(name) + " with the error code " + std::to_string(code));
+    }
+}
+
 std::string PrivateSession::call(std::string_view name, std::string_view parameter) {
     Answer answer = plugin_.external(name, parameter);
-    if (answer.code != fmx::kNoError) {
-        throw HostError("the plug-in ended " + std::string(name) + " with the error code " +
-                        std::to_string(answer.code));
-    }
+    check(answer.code, name);
     return std::move(answer.text);
+}
+
+void PrivateSession::tell(std::string_view name, std::string_view parameter) {
+    check(plugin_.tell(name, parameter), name);
 }
 
 std::string PrivateSession::callChecked(std::string_view name, std::string_view parameter) {
@@ -168,29 +165,6 @@ std::string readInput(const std::string& path) {
         ::close(file);
     }
     return text;
-}
-
-IDList readIDs(const std::string& path, std::size_t longest) {
-    IDList list{path == "-" ? "standard input" : path, readInput(path), 0};
-    const bool plain =
-        list.content.find('\0') == std::string::npos && (isAscii(list.content) || platform::isUtf8(list.content));
-    list.forEach([&](std::string_view id, std::size_t line) {
-        const auto refuse = [&](const std::string& why) {
-            throw HostError(list.name + ":" + std::to_string(line) + ": " + why);
-        };
-        if (id.size() > longest) {
-            refuse("the ID has " + std::to_string(id.size()) + " bytes; at most " + std::to_string(longest) +
-                   " are kept");
-        }
-        if (!plain && id.find('\0') != std::string_view::npos) {
-            refuse("the ID has a NUL byte; is this a text file?");
-        }
-        if (!plain && !platform::isUtf8(id)) {
-            refuse("the ID is not UTF-8; convert the file, for example with iconv -f MACINTOSH -t UTF-8");
-        }
-        ++list.count;
-    });
-    return list;
 }
 
 ProgressLine::ProgressLine(std::string what, bool ofOutput)

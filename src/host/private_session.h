@@ -1,5 +1,5 @@
 // The plug-in on a machine of its own, as a filter uses it: alerts are kept as texts instead of shown, and the plug-in
-// sees no folder of the user's but one that goes with the session. Also the lists of IDs that filters read.
+// sees no folder of the user's but one that goes with the session.
 #pragma once
 
 #include <functional>
@@ -29,12 +29,16 @@ class PrivateSession {
 
     // QUIL_External(name; parameter).
     std::string call(std::string_view name, std::string_view parameter);
+    // The same for a function that has no answer.
+    void tell(std::string_view name, std::string_view parameter);
     // The same for a function that shows an alert when it fails: throws HostError with the alert's text.
     std::string callChecked(std::string_view name, std::string_view parameter);
     // The texts of the alerts since the last call of this, as one line; empty when there were none.
     std::string alerts();
 
   private:
+    static void check(fmx::errcode code, std::string_view name);
+
     struct Folder {
         explicit Folder(bool wanted);
         ~Folder();
@@ -57,22 +61,8 @@ class PrivateSession {
     Plugin plugin_;
 };
 
-// A list of IDs: one a line, lines ended by LF, CR or CR LF, empty lines left out.
-struct IDList {
-    std::string name;     // for messages
-    std::string content;  // the file's bytes
-    std::size_t count = 0;
-
-    // Calls `each` with every ID in turn and the number of its line, from 1.
-    template <class Each>
-    void forEach(Each each) const;
-};
-
 // Reads a file whole; "-" is standard input. Shows how far it is. Throws HostError that names it.
 std::string readInput(const std::string& path);
-// Reads a list. Throws HostError that names file and line for an ID of more than `longest` bytes, with a NUL or not in
-// UTF-8.
-IDList readIDs(const std::string& path, std::size_t longest);
 
 // One line on standard error, only when that is a terminal and the work is long; gone at the end. `ofOutput`: the work
 // is to write to standard output, which needs no line where people see it grow.
@@ -107,24 +97,5 @@ class ProgressLine {
     double start_;
     double last_;
 };
-
-template <class Each>
-void IDList::forEach(Each each) const {
-    const std::string_view text(content);
-    std::size_t line = 1;
-    for (std::size_t at = 0; at < text.size(); ++line) {
-        std::size_t end = text.find('\n', at);
-        std::size_t next = end == std::string_view::npos ? text.size() : end + 1;
-        end = end == std::string_view::npos ? text.size() : end;
-        if (const std::size_t cr = text.substr(at, end - at).find('\r'); cr != std::string_view::npos) {
-            end = at + cr;
-            next = end + 1 < text.size() && text[end + 1] == '\n' ? end + 2 : end + 1;
-        }
-        if (end != at) {
-            each(text.substr(at, end - at), line);
-        }
-        at = next;
-    }
-}
 
 }  // namespace host

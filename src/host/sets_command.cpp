@@ -7,9 +7,11 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cctype>
+#include <deque>
 #include <memory>
 
 #include "host/commands.h"
+#include "host/id_list.h"
 #include "host/private_session.h"
 
 namespace host {
@@ -102,13 +104,16 @@ Combination parseCombination(const std::string& expression, const std::vector<st
     return result;
 }
 
+// IDLists do not move.
+using IDLists = std::deque<IDList>;
+
 void collect(PrivateSession& session, const std::vector<const IDList*>& lists) {
     std::size_t count = 0;
     for (const IDList* list : lists) {
-        count += list->count;
+        count += list->count();
     }
     if (count > kMostIDs) {
-        throw HostError(lists.front()->name + ": a set holds at most " + std::to_string(kMostIDs) + " IDs, not " +
+        throw HostError(lists.front()->name() + ": a set holds at most " + std::to_string(kMostIDs) + " IDs, not " +
                         std::to_string(count) + "; split the list");
     }
     if (session.call("VSTA_InitFoundSet", std::to_string(count)) == "Error") {
@@ -119,7 +124,7 @@ void collect(PrivateSession& session, const std::vector<const IDList*>& lists) {
     std::size_t done = 0;
     for (const IDList* list : lists) {
         list->forEach([&](std::string_view id, std::size_t) {
-            session.call("VSTA_SetNextFoundID", id);
+            session.tell("VSTA_SetNextFoundID", id);
             progress.show(++done, count);
         });
     }
@@ -163,18 +168,15 @@ void dedupe(std::vector<std::string> files, const Context& context) {
     if (files.empty()) {
         files = {"-"};
     }
-    std::vector<IDList> lists;
+    IDLists lists;
     std::vector<const IDList*> all;
-    lists.reserve(files.size());
     std::size_t count = 0;
     for (const std::string& file : files) {
-        lists.push_back(readIDs(file, kLongestID));
-        all.push_back(&lists.back());
-        count += lists.back().count;
+        all.push_back(&lists.emplace_back(file, kLongestID));
+        count += all.back()->count();
     }
     PrivateSession session(context, false);
     collect(session, all);
-    lists.clear();
     work(session, "VSTA_RemoveDuplicateFoundIDs", "", count);
     printFoundSet(session);
 }
@@ -182,18 +184,16 @@ void dedupe(std::vector<std::string> files, const Context& context) {
 void combine(const std::string& expression, const std::vector<std::string>& files, const Context& context) {
     checkStandardInput(files);
     const Combination combination = parseCombination(expression, files);
-    std::vector<IDList> lists;
+    IDLists lists;
     std::size_t count = 0;
     for (const std::string& file : files) {
-        lists.push_back(readIDs(file, kLongestID));
-        count += lists.back().count;
+        count += lists.emplace_back(file, kLongestID).count();
     }
     PrivateSession session(context, false);
     for (std::size_t i = 0; i < combination.files.size(); ++i) {
         collect(session, {&lists[combination.files[i]]});
         session.callChecked("VSTA_TransferFoundSetToBooleanSet", std::to_string(i + 1));
     }
-    lists.clear();
     work(session, "VSTA_MakeFoundSetFromBooleanSets", combination.operators, count);
     if (combination.operators.empty()) {  // one set alone comes back as it was collected
         work(session, "VSTA_RemoveDuplicateFoundIDs", "", count);
