@@ -1,5 +1,9 @@
 #include "files/years.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <bit>
 #include <cstdio>
@@ -81,66 +85,44 @@ short TorvaneYearFromID(const char* text) {
 
 namespace {
 
-using Word = std::uint64_t;
-constexpr Word kOnes = 0x0101010101010101;
-constexpr Word kHighBits = kOnes << 7;
-constexpr long kBlock = 64;
-
-Word wordAt(const char* text) {
-    Word word = 0;
-    std::memcpy(&word, text, sizeof word);
-    return word;
+// At which of the next places an identifier of the years 2000 to 2019 may begin, by the bytes "R20" behind its first
+// three: a bit for each.
+#if defined(__SSE2__)
+constexpr long kPlaces = 16;
+unsigned placesIn(const char* text) {
+    const auto at = [text](int offset, char byte) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset));
+        return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(byte));
+    };
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_and_si128(_mm_and_si128(at(3, 'R'), at(4, '2')), at(5, '0'))));
 }
-
-// Whether "R20" stands 3 bytes behind any of the places of a block. A loop without an exit is one that the processor
-// runs many bytes at a time.
-bool mayHoldID(const char* text) {
-    unsigned char found = 0;
-    for (long i = 0; i < kBlock; ++i) {
-        found =
-            static_cast<unsigned char>(found | ((text[i + 3] == 'R') & (text[i + 4] == '2') & (text[i + 5] == '0')));
+#else
+constexpr long kPlaces = 8;
+unsigned placesIn(const char* text) {
+    unsigned places = 0;
+    for (int i = 0; i < kPlaces; ++i) {
+        places |= static_cast<unsigned>((text[i + 3] == 'R') & (text[i + 4] == '2') & (text[i + 5] == '0')) << i;
     }
-    return found != 0;
+    return places;
 }
+#endif
 
-// Calls `each` with every place of 8 where an identifier of the years 2000 to 2019 begins.
+// Calls `each` with every identifier of the years 2000 to 2019 and its year.
 template <typename Each>
-void forEachIDInWord(char* text, Each& each) {
-    // A byte becomes 0 where all but the first two bytes of an identifier fit; the sum below marks such bytes, and at
-    // times one beside them.
-    const Word other = ((wordAt(text + 2) | kOnes * 0x20) ^ kOnes * 't') | (wordAt(text + 3) ^ kOnes * 'R') |
-                       (wordAt(text + 4) ^ kOnes * '2') | (wordAt(text + 5) ^ kOnes * '0') |
-                       ((wordAt(text + 6) ^ kOnes * '0') & kOnes * 0xFE);
-    for (Word marks = (other - kOnes) & ~other & kHighBits; marks != 0;) {
-        int bit = 0;
-        if constexpr (std::endian::native == std::endian::little) {
-            bit = std::countr_zero(marks);
-            marks &= marks - 1;
-        } else {
-            bit = std::countl_zero(marks);
-            marks &= ~(Word{1} << (63 - bit));
-        }
-        char* const place = text + bit / 8;
+void forEachID(char* text, long length, Each each) {
+    const auto look = [&each](char* place) {
         if (const short year = TorvaneYearFromID(place); isWanted(year)) {
             each(place, year);
         }
-    }
-}
-
-template <typename Each>
-void forEachID(char* text, long length, Each each) {
+    };
     long at = 0;
-    for (; at + kBlock + kIDLength <= length; at += kBlock) {
-        if (mayHoldID(text + at)) {
-            for (long word = 0; word < kBlock; word += 8) {
-                forEachIDInWord(text + at + word, each);
-            }
+    for (; at + kPlaces + kIDLength <= length; at += kPlaces) {
+        for (unsigned places = placesIn(text + at); places != 0; places &= places - 1) {
+            look(text + at + std::countr_zero(places));
         }
     }
     for (; at + kIDLength <= length; ++at) {
-        if (const short year = TorvaneYearFromID(text + at); isWanted(year)) {
-            each(text + at, year);
-        }
+        look(text + at);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -93,29 +94,30 @@ class WatchedFiles : public platform::LinuxFiles {
     // Counts the places where the bytes differ from those read; the two digits of one year are one place, also when
     // they come in two parts. False when none differs.
     bool compare(std::span<const char> bytes) {
+        static_assert(std::endian::native == std::endian::little);
         const std::size_t count = std::min(bytes.size(), unwritten_.size());
+        const char* const fresh = bytes.data();
+        const char* const old = unwritten_.data();
         bool differs = false;
+        const auto compareAt = [&](std::size_t at, std::size_t size) {
+            std::uint64_t a = 0;
+            std::uint64_t b = 0;
+            std::memcpy(&a, fresh + at, size);
+            std::memcpy(&b, old + at, size);
+            for (std::uint64_t rest = a ^ b; rest != 0;) {
+                const int byte = std::countr_zero(rest) / 8;
+                const std::int64_t place = written_ + static_cast<std::int64_t>(at) + byte;
+                watch_.changed += place - lastChange_ > 1 ? 1 : 0;
+                lastChange_ = place;
+                differs = true;
+                rest &= ~(std::uint64_t{0xFF} << 8 * byte);
+            }
+        };
         std::size_t at = 0;
-        while (at < count) {
-            std::uint64_t fresh = 0;
-            std::uint64_t old = 0;
-            if (count - at >= sizeof fresh) {  // most are equal, a word at a time
-                std::memcpy(&fresh, bytes.data() + at, sizeof fresh);
-                std::memcpy(&old, unwritten_.data() + at, sizeof old);
-                if (fresh == old) {
-                    at += sizeof fresh;
-                    continue;
-                }
-            }
-            for (const std::size_t end = std::min(at + sizeof fresh, count); at < end; ++at) {
-                if (bytes[at] != unwritten_[at]) {
-                    differs = true;
-                    const std::int64_t place = written_ + static_cast<std::int64_t>(at);
-                    watch_.changed += place - lastChange_ > 1 ? 1 : 0;
-                    lastChange_ = place;
-                }
-            }
+        for (; at + sizeof(std::uint64_t) <= count; at += sizeof(std::uint64_t)) {
+            compareAt(at, sizeof(std::uint64_t));
         }
+        compareAt(at, count - at);
         unwritten_.erase(0, count);
         written_ += static_cast<std::int64_t>(count);
         return differs;

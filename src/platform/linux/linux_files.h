@@ -83,6 +83,7 @@ class LinuxFiles : public Files {
         int original = -1;            // in an update: the file as it was, which `descriptor` replaces
         std::int64_t position = 0;    // in an update, for reading and writing
         std::int64_t rewritten = 0;   // in an update: so many bytes of `descriptor` count, behind them the original's
+        std::int64_t onTheirWay = 0;  // of these, the system has begun to write so many to the disk
     };
 
     // The items of the folder that was listed last.
