@@ -60,13 +60,11 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
 std::string withLineFeeds(std::string_view text) {
     std::string lines;
     lines.reserve(text.size() + 1);
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\r') {
-            lines += '\n';
-            i += i + 1 < text.size() && text[i + 1] == '\n' ? 1 : 0;
-        } else {
-            lines += text[i];
-        }
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\r', at), text.size());
+        lines += text.substr(at, end - at);
+        lines.append(end < text.size() ? 1 : 0, '\n');
+        at = end + (text.substr(end, 2) == "\r\n" ? 2 : 1);
     }
     return lines;
 }

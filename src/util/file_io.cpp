@@ -225,9 +225,12 @@ static OSErr listMatchingItems(std::string_view filePath, std::string& list) {
     }
     const std::string partner = partnerOf(pattern);
     const std::string folder(filePath.substr(0, filePath.rfind(':') + 1));
-    // Any name in the folder tells the folder's directory ID; whether there is an item of that name does not matter.
+    // Any name in the folder tells the folder's directory ID; one that is there is found without a look at the others.
     FSSpec spec;
-    OSErr error = files().makeSpec(0, 0, folder + "x", spec);
+    OSErr error = files().makeSpec(0, 0, filePath, spec);
+    if (error == platform::bdNamErr) {
+        error = files().makeSpec(0, 0, folder + "x", spec);
+    }
     if (error == platform::fnfErr) {
         error = platform::noErr;
     }

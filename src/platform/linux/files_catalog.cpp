@@ -365,12 +365,17 @@ Status LinuxFiles::list(const Folder& folder) {
 
 // Names of several items become one text, which one name that is not UTF-8 would make Mac Roman as a whole. It is found
 // under its UTF-8 form too.
-static std::string catalogName(std::string_view name) {
+static void nameItem(CatalogItem& item, std::string_view name) {
     unsigned char bits = 0;
     for (const char c : name) {
         bits = static_cast<unsigned char>(bits | static_cast<unsigned char>(c));
     }
-    return exchanged(bits < 0x80 || isUtf8(name) ? name : utf8Of(name));
+    if (bits < 0x80 || isUtf8(name)) {
+        item.name = name;
+    } else {
+        item.name = utf8Of(name);
+    }
+    std::replace(item.name.begin(), item.name.end(), ':', '/');  // the disk has no '/' that would be exchanged
 }
 
 Status LinuxFiles::catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::int32_t index, CatalogItem& item) {
@@ -388,7 +393,8 @@ Status LinuxFiles::catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::in
                 (stat((folder->path + "/").c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || isGoneRoot(*folder))) {
                 return volumeIsThere(folder->volume) ? dirNFErr : nsvErr;
             }
-            item = {catalogName(folder->name), true, folder->id, folder->parent};
+            item = {{}, true, folder->id, folder->parent};
+            nameItem(item, folder->name);
             return noErr;
         }
         // Index 1 begins a listing; the folder is read once for it, so that the whole takes time in proportion.
@@ -403,7 +409,7 @@ Status LinuxFiles::catalogItem(std::int16_t vRefNum, std::int32_t dirID, std::in
         }
         const Listing::Entry& entry = listing_.entries[static_cast<std::size_t>(index) - 1];
         const std::string_view name = listing_.name(entry);
-        item.name = catalogName(name);
+        nameItem(item, name);
         item.isFolder = entry.isFolder;
         item.parentID = folder->id;
         item.dirID = entry.isFolder ? folderIn(*folder, std::string(name)).id : 0;
