@@ -88,6 +88,7 @@ IDList::IDList(const std::string& path, std::size_t longest)
         content_.look();
         counter.add(content_.text());
     } else {
+        ProgressLine progress("counting lines");
         std::string buffer(kPiece, '\0');
         std::int64_t position = 0;
         while (const ssize_t got = readAt(file_, buffer.data(), buffer.size(), position)) {
@@ -99,6 +100,7 @@ IDList::IDList(const std::string& path, std::size_t longest)
             }
             counter.add({buffer.data(), static_cast<std::size_t>(got)});
             position += got;
+            progress.showNow(static_cast<std::size_t>(position), static_cast<std::size_t>(status.st_size));
         }
     }
     count_ = counter.lines();

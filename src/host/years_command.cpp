@@ -19,13 +19,14 @@
 #include "host/private_session.h"
 #include "host/shown_text.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/names.h"
+#include "platform/text.h"
 
 namespace host {
 
 namespace {
 
 constexpr char kLink[] = "file";
-constexpr char kPath[] = "Work:file";
 
 // What a run does with the files that it is given, as it goes on.
 struct Watch {
@@ -130,12 +131,29 @@ class WatchedFiles : public platform::LinuxFiles {
     std::int64_t lastChange_ = 0;
 };
 
-// The plug-in with files of the user's. Each is reached by a link in the session's folder, so that its name may be as
-// long as Linux allows and hold what separates the fields of a parameter.
+// The classic path of a file where "/" is the volume Work; empty when it has none that a parameter can hold.
+std::string classicPath(const std::string& file) {
+    constexpr std::size_t kLongest = 255;
+    std::error_code error;
+    const std::filesystem::path path(file);
+    const std::filesystem::path folder =
+        std::filesystem::canonical(path.has_parent_path() ? path.parent_path() : ".", error);
+    const std::string full = (folder / path.filename()).string();
+    if (error || full.size() + sizeof "Work" - 1 > kLongest || full.find_first_of("|\r") != std::string::npos ||
+        !platform::isUtf8(full)) {
+        return "";
+    }
+    return "Work" + platform::exchanged(full);
+}
+
+// The plug-in with files of the user's. Where one of them has no path that a parameter can hold, because Linux allows
+// longer ones and any character, all are reached by a link in the session's folder.
 class FileSession {
   public:
-    explicit FileSession(const Context& context)
-        : session_(context, true, [this](const platform::LinuxOptions& options) {
+    FileSession(const Context& context, const std::vector<std::string>& files)
+        : links_(std::any_of(files.begin(), files.end(),
+                             [](const std::string& file) { return classicPath(file).empty(); })),
+          session_(context, links_, [this](const platform::LinuxOptions& options) {
               return std::make_unique<WatchedFiles>(options, watch);
           }) {}
 
@@ -156,18 +174,13 @@ class FileSession {
             throw HostError(file + ": cannot be " + (writes ? "read and written" : "read") + ": " +
                             std::strerror(errno));
         }
-        const std::string link = session_.folder() + "/" + kLink;
-        ::unlink(link.c_str());
-        if (::symlink(std::filesystem::absolute(file).c_str(), link.c_str()) != 0) {
-            throw HostError(link + ": " + std::strerror(errno) +
-                            "; name another place in the environment variable TMPDIR");
-        }
+        const std::string path = links_ ? linkTo(file) : classicPath(file);
         ProgressLine progress(shown(file));
         watch.total = static_cast<std::size_t>(status.st_size);
         watch.done = 0;
         watch.changed = 0;
         watch.progress = &progress;
-        std::string answer = session_.call(function, parameter + kPath);
+        std::string answer = session_.call(function, parameter + path);
         watch.progress = nullptr;
         if (const std::string message = session_.alerts(); !message.empty()) {
             throw HostError(file + ": " + message);
@@ -178,6 +191,17 @@ class FileSession {
     Watch watch;
 
   private:
+    std::string linkTo(const std::string& file) {
+        const std::string link = session_.folder() + "/" + kLink;
+        ::unlink(link.c_str());
+        if (::symlink(std::filesystem::absolute(file).c_str(), link.c_str()) != 0) {
+            throw HostError(link + ": " + std::strerror(errno) +
+                            "; name another place in the environment variable TMPDIR");
+        }
+        return std::string("Work:") + kLink;
+    }
+
+    bool links_;
     PrivateSession session_;
 };
 
@@ -195,7 +219,7 @@ void forEachFile(const std::vector<std::string>& files, Context& context, Each e
 }
 
 void years(const std::vector<std::string>& files, Context& context) {
-    FileSession session(context);
+    FileSession session(context, files);
     forEachFile(files, context, [&](const std::string& file) {
         const std::string found = session.call("GLN1GetTorvaneYearsFromIDs", "", file, false);
         writeOutput(shownOn(STDOUT_FILENO, file) + ": " + (found.empty() ? "no years" : found) + "\n");
@@ -209,7 +233,7 @@ struct RenumberOptions {
 };
 
 void renumber(const RenumberOptions& options, Context& context) {
-    FileSession session(context);
+    FileSession session(context, options.files);
     session.watch.keepsFiles = options.dryRun;
     const std::string year = std::to_string(options.year);
     forEachFile(options.files, context, [&](const std::string& file) {
