@@ -3,9 +3,15 @@
 file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set(installed_code ${CMAKE_INSTALL_LIBDIR}/quil/QUIL.fmplugin/Contents)
 
-set_target_properties(quil PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
-set_target_properties(QUIL PROPERTIES INSTALL_RPATH "$ORIGIN/../../../..")  # from Contents/Linux to LIBDIR
-set_target_properties(quil_sqlite PROPERTIES INSTALL_RPATH "$ORIGIN/..")  # from LIBDIR/quil to LIBDIR
+# Where a binary finds libquilplatform: installed, and in the build folder. One text for both, because what CMake would
+# exchange at installation it pads with empty entries, and the loader takes these for the current folder.
+function(find_platform_library target installed built)
+    set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON
+        INSTALL_RPATH "$ORIGIN/${installed};$ORIGIN/${built}")
+endfunction()
+find_platform_library(quil ${bin_to_lib} src)
+find_platform_library(QUIL ../../../.. ../../../src)  # from Contents/Linux to LIBDIR
+find_platform_library(quil_sqlite .. src)  # from LIBDIR/quil to LIBDIR
 
 install(TARGETS quil RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS quilplatform LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
@@ -15,7 +21,7 @@ install(DIRECTORY ${PROJECT_BINARY_DIR}/QUIL.fmplugin/Contents/Resources DESTINA
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(TARGET quil_desk)
-    set_target_properties(quil_desk PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
+    find_platform_library(quil_desk ${bin_to_lib} src)
     install(TARGETS quil_desk RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${PROJECT_SOURCE_DIR}/packaging/org.quil.Desk.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
     install(FILES ${PROJECT_SOURCE_DIR}/packaging/org.quil.Desk.svg

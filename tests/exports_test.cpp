@@ -45,6 +45,34 @@ std::set<std::string> exportedSymbols(const std::string& file) {
     return names;
 }
 
+// Where the loader looks for the libraries that a file needs; empty when the file does not say.
+std::string librariesPath(const std::string& file) {
+    const auto header = recordAt<Elf64_Ehdr>(file, 0);
+    std::string path;
+    for (std::size_t i = 0; i < header.e_shnum; ++i) {
+        const auto section = recordAt<Elf64_Shdr>(file, header.e_shoff, i);
+        if (section.sh_type != SHT_DYNAMIC) {
+            continue;
+        }
+        const auto strings = recordAt<Elf64_Shdr>(file, header.e_shoff, section.sh_link);
+        for (std::size_t d = 0; d < section.sh_size / sizeof(Elf64_Dyn); ++d) {
+            const auto entry = recordAt<Elf64_Dyn>(file, section.sh_offset, d);
+            if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
+                path = file.c_str() + strings.sh_offset + entry.d_un.d_val;
+            }
+        }
+    }
+    return path;
+}
+
+TEST(Exports, NoBinaryTakesLibrariesFromTheCurrentFolder) {
+    for (const char* binary : {"/quil", "/QUIL.fmplugin/Contents/Linux/QUIL.so", "/quil_sqlite.so"}) {
+        const std::string path = librariesPath(support::readFile(std::string(QUIL_BINARY_DIR) + binary));
+        EXPECT_TRUE(path.starts_with("$ORIGIN/")) << binary;
+        EXPECT_EQ((":" + path + ":").find("::"), std::string::npos) << binary << " " << path;
+    }
+}
+
 TEST(Exports, ThePlugInExportsItsEntryPointAndNothingElse) {
     const std::string library = support::readFile(QUIL_BINARY_DIR "/QUIL.fmplugin/Contents/Linux/QUIL.so");
     EXPECT_EQ(exportedSymbols(library), std::set<std::string>{"FMExternCallProc"});
