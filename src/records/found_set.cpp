@@ -1,10 +1,12 @@
 #include "records/found_set.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <numeric>
+#include <span>
 #include <utility>
 
 #include "util/memory.h"
@@ -172,122 +174,225 @@ void intersectBySorting(FoundSet& a, FoundSet& b) {
     sortByTempIndex(a);
 }
 
-// --- by a hash table, which takes as long as the sets ----------------------------------------------------------------
+// --- by hash tables, which take as long as the sets ------------------------------------------------------------------
 
-// The distinct IDs of a set, found by their text: places of a table at most half full, tried one behind the other. The
-// set's array has to stay; items may move as long as the table is told where an ID is first put.
-class IDTable {
+struct Release {
+    void operator()(void* block) const { allocator().release(block); }
+};
+template <class T>
+using Block = std::unique_ptr<T[], Release>;
+template <class T>
+Block<T> newBlock(std::size_t count) {
+    return Block<T>(static_cast<T*>(allocator().allocateZeroed(count * sizeof(T))));
+}
+
+std::uint64_t hashOf(const FoundItem& item) {
+    const auto load = [&item](std::size_t at) {
+        std::uint64_t value = 0;
+        std::memcpy(&value, item.id + at, sizeof value);
+        return value;
+    };
+    static_assert(kComparedIDBytes == 22);
+    std::uint64_t hash = load(0) * 0x9E3779B97F4A7C15ULL + std::rotl(load(8) * 0xC2B2AE3D27D4EB4FULL, 29);
+    hash = ((hash ^ hash >> 32) + load(14)) * 0x165667B19E3779F9ULL;
+    return (hash ^ hash >> 29) * 0x9E3779B97F4A7C15ULL;
+}
+
+// Where an item of a set is, and some of the hash of its ID.
+struct Entry {
+    std::uint32_t hash;
+    std::uint32_t index;
+};
+
+// A set's entries in 2^bits parts by hash, in each in the order of the set. Equal IDs are in the same part, of
+// whichever set; a part and its table are small enough for the processor's cache.
+class Parts {
   public:
-    // For the IDs of a set, of which `questions` will be asked.
-    IDTable(const FoundSet& set, std::uint64_t questions)
+    Parts(const FoundSet& set, int bits)
         : items_(set.items),
-          size_(std::uint64_t{set.count} * 2 + 1),
-          steps_(questions * gTableSteps),
-          places_(static_cast<std::uint64_t*>(allocator().allocateZeroed(size_ * sizeof(std::uint64_t)))) {}
-    ~IDTable() { allocator().release(places_); }
-    IDTable(const IDTable&) = delete;
-    IDTable& operator=(const IDTable&) = delete;
-
-    // False without memory, and when the IDs meet in the same places so often that sorting them is faster.
-    bool works() const { return places_ != nullptr && steps_ != 0; }
-
-    // Calls `each` with the positions of a set's items in turn and the hashes of their IDs, as long as the table works.
-    // Where an ID belongs is a place in memory that nobody foresees, so the memory is told of many ahead. Returns the
-    // number of items that had their turn.
-    template <typename Each>
-    std::uint32_t forEach(const FoundSet& set, Each each) {
-        std::array<std::uint64_t, 32> hashes;
-        std::uint32_t start = 0;
-        while (works() && start < set.count) {
-            const std::uint32_t some = std::min(static_cast<std::uint32_t>(hashes.size()), set.count - start);
-            for (std::uint32_t i = 0; i < some; ++i) {
-                hashes[i] = hashOf(set.items[start + i]);
-                __builtin_prefetch(&places_[firstPlace(hashes[i])], 1);
-            }
-            for (std::uint32_t i = 0; i < some; ++i) {
-                __builtin_prefetch(&items_[places_[firstPlace(hashes[i])] & kPosition]);
-            }
-            for (std::uint32_t i = 0; i < some; ++i) {
-                each(start + i, hashes[i]);
-            }
-            start += some;
+          entries_(newBlock<Entry>(set.count)),
+          ends_(newBlock<std::uint32_t>(std::size_t{1} << bits)) {
+        if (!allocated()) {
+            return;
         }
-        return start;
+        const auto partOf = [bits](std::uint64_t hash) { return hash >> 32 & ((std::uint64_t{1} << bits) - 1); };
+        for (std::uint32_t i = 0; i < set.count; ++i) {
+            fetchAhead(set, i);
+            ++ends_[partOf(hashOf(set.items[i]))];
+        }
+        // First the parts' starts, which become their ends as the entries come in.
+        std::exclusive_scan(ends_.get(), ends_.get() + (std::size_t{1} << bits), ends_.get(), std::uint32_t{0});
+        for (std::uint32_t i = 0; i < set.count; ++i) {
+            fetchAhead(set, i);
+            const std::uint64_t hash = hashOf(set.items[i]);
+            entries_[ends_[partOf(hash)]++] = {static_cast<std::uint32_t>(hash), i};
+        }
+    }
+    bool allocated() const { return entries_ != nullptr && ends_ != nullptr; }
+
+    std::span<const Entry> part(std::uint32_t n) const {
+        return {entries_.get() + (n == 0 ? 0 : ends_[n - 1]), entries_.get() + ends_[n]};
+    }
+    const FoundItem& item(const Entry& entry) const { return items_[entry.index]; }
+
+  private:
+    // The processor itself does not look beyond a page of memory.
+    static void fetchAhead(const FoundSet& set, std::uint32_t i) {
+        __builtin_prefetch(&set.items[std::min(i + 64, set.count - 1)]);
     }
 
-    // Whether the ID was not there; it is now, as that of item `position`.
-    bool add(const FoundItem& item, std::uint64_t hash, std::uint32_t position) {
-        std::uint64_t* const place = placeOf(item, hash);
-        if (*place != 0) {
+    const FoundItem* items_;
+    Block<Entry> entries_;
+    Block<std::uint32_t> ends_;
+};
+
+// For sets of so many items: parts of a few thousand.
+int partBits(std::uint32_t count) {
+    return static_cast<int>(std::bit_width(count >> 12));
+}
+
+// The distinct IDs of one part after the other, found by their text: places at most half full, tried in turn.
+class PartTable {
+  public:
+    // `questions`: how many IDs will be looked for.
+    PartTable(const Parts& parts, int bits, std::uint64_t questions) : parts_(parts), steps_(questions * gTableSteps) {
+        std::size_t largest = 0;
+        for (std::uint32_t n = 0; n < 1U << bits; ++n) {
+            largest = std::max(largest, parts_.part(n).size());
+        }
+        mask_ = std::bit_ceil(largest * 2 + 1) - 1;
+        places_ = newBlock<std::uint32_t>(mask_ + 1);
+    }
+    bool allocated() const { return places_ != nullptr; }
+    // False when the IDs meet in the same places so often that sorting them is faster.
+    bool works() const { return steps_ != 0; }
+
+    void begin(std::uint32_t part) {
+        entries_ = parts_.part(part);
+        std::fill_n(places_.get(), mask_ + 1, 0);
+    }
+    // Whether an item of this part has the first such ID in it.
+    bool addNext(std::uint32_t position) {
+        std::uint32_t& place = placeOf(entries_[position], parts_.item(entries_[position]));
+        if (place != 0) {
             return false;
         }
-        *place = (hash & kTag) | (position + 1);
+        place = position + 1;
         return true;
     }
-
-    // Whether the ID is there, the first time that it is asked for.
-    bool take(const FoundItem& item, std::uint64_t hash) {
-        std::uint64_t* const place = placeOf(item, hash);
-        if (*place == 0 || (*place & kTaken) != 0) {
+    // Whether an item's ID is in this part, the first time that it is looked for.
+    bool take(const Entry& entry, const FoundItem& item) {
+        std::uint32_t& place = placeOf(entry, item);
+        if (place == 0 || (place & kTaken) != 0) {
             return false;
         }
-        *place |= kTaken;
+        place |= kTaken;
         return true;
     }
 
   private:
-    // In a place: the upper half of the hash, whether it was taken, the item's position from 1 on; 0 is empty.
-    static constexpr std::uint64_t kTaken = 0x80000000;
-    static constexpr std::uint64_t kPosition = kTaken - 1;  // a set of 4 GiB has fewer items
-    static constexpr std::uint64_t kTag = 0xFFFFFFFF00000000;
-
-    static std::uint64_t hashOf(const FoundItem& item) {
-        const auto load = [&item](std::size_t at) {
-            std::uint64_t value = 0;
-            std::memcpy(&value, item.id + at, sizeof value);
-            return value;
-        };
-        static_assert(kComparedIDBytes == 22);
-        std::uint64_t hash = load(0) * 0x9E3779B97F4A7C15ULL + std::rotl(load(8) * 0xC2B2AE3D27D4EB4FULL, 29);
-        hash = ((hash ^ hash >> 32) + load(14)) * 0x165667B19E3779F9ULL;
-        return (hash ^ hash >> 29) * 0x9E3779B97F4A7C15ULL;
-    }
-
-    std::uint64_t firstPlace(std::uint64_t hash) const { return (hash & ~kTag) * size_ >> 32; }
+    static constexpr std::uint32_t kTaken = 0x80000000;  // a set of 4 GiB has fewer items
 
     // The place that holds the ID, or the empty one where it belongs.
-    std::uint64_t* placeOf(const FoundItem& item, std::uint64_t hash) {
-        const std::uint64_t tag = hash & kTag;
-        std::uint64_t at = firstPlace(hash);
-        while (places_[at] != 0 &&
-               ((places_[at] & kTag) != tag || !sameID(items_[(places_[at] & kPosition) - 1], item))) {
-            at = at + 1 == size_ ? 0 : at + 1;
+    std::uint32_t& placeOf(const Entry& entry, const FoundItem& item) {
+        for (std::size_t at = entry.hash & mask_;; at = (at + 1) & mask_) {
             steps_ -= steps_ != 0 ? 1 : 0;
+            if (places_[at] == 0) {
+                return places_[at];
+            }
+            const Entry& other = entries_[(places_[at] & ~kTaken) - 1];
+            if (other.hash == entry.hash && sameID(parts_.item(other), item)) {
+                return places_[at];
+            }
         }
-        steps_ -= steps_ != 0 ? 1 : 0;
-        return &places_[at];
     }
 
-    const FoundItem* items_;
-    std::uint64_t size_;
+    const Parts& parts_;
     std::uint64_t steps_;  // left
-    std::uint64_t* places_;
+    std::size_t mask_ = 0;
+    Block<std::uint32_t> places_;
+    std::span<const Entry> entries_;
 };
 
-// Keeps those items of a set that `isKept` takes, in their order, each with its old position. It sees an item, the hash
-// of its ID and the position that it will have. What the table did not come to stays.
-template <typename IsKept>
-void keepItems(FoundSet& set, IDTable& table, IsKept isKept) {
-    std::uint32_t kept = 0;
-    const std::uint32_t done = table.forEach(set, [&](std::uint32_t i, std::uint64_t hash) {
-        FoundItem item = set.items[i];
-        if (isKept(item, hash, kept)) {
-            item.tempIndex = i;
-            set.items[kept++] = item;
+// One bit for each item of a set: whether it is kept.
+class Kept {
+  public:
+    explicit Kept(std::uint32_t count) : bits_(newBlock<std::uint64_t>(std::size_t{count} / 64 + 1)) {}
+    bool allocated() const { return bits_ != nullptr; }
+    void add(const Entry& entry) { bits_[entry.index / 64] |= std::uint64_t{1} << entry.index % 64; }
+
+    // Drops the other items. What stays keeps its order and its old position as tempIndex, like after sorting back.
+    void applyTo(FoundSet& set) const {
+        std::uint32_t kept = 0;
+        for (std::uint32_t i = 0; i < set.count; ++i) {
+            if ((bits_[i / 64] >> i % 64 & 1) != 0) {
+                if (kept != i) {
+                    set.items[kept] = set.items[i];
+                }
+                set.items[kept++].tempIndex = i;
+            }
         }
-    });
-    std::copy(set.items + done, set.items + set.count, set.items + kept);
-    set.count = kept + (set.count - done);
+        set.count = kept;
+    }
+
+  private:
+    Block<std::uint64_t> bits_;
+};
+
+// False, with the set as it was, when sorting has to do it.
+bool removeDuplicatesByTable(FoundSet& set) {
+    const int bits = partBits(set.count);
+    const Parts parts(set, bits);
+    Kept kept(set.count);
+    if (!parts.allocated() || !kept.allocated()) {
+        return false;
+    }
+    PartTable table(parts, bits, set.count);
+    if (!table.allocated()) {
+        return false;
+    }
+    for (std::uint32_t n = 0; n < 1U << bits && table.works(); ++n) {
+        table.begin(n);
+        const std::span<const Entry> part = parts.part(n);
+        for (std::uint32_t i = 0; i < part.size(); ++i) {
+            if (table.addNext(i)) {
+                kept.add(part[i]);
+            }
+        }
+    }
+    if (table.works()) {
+        kept.applyTo(set);
+    }
+    return table.works();
+}
+
+bool intersectByTable(FoundSet& a, const FoundSet& b) {
+    const int bits = partBits(std::max(a.count, b.count));
+    const Parts partsOfA(a, bits);
+    const Parts partsOfB(b, bits);
+    Kept kept(a.count);
+    if (!partsOfA.allocated() || !partsOfB.allocated() || !kept.allocated()) {
+        return false;
+    }
+    PartTable table(partsOfB, bits, std::uint64_t{a.count} + b.count);
+    if (!table.allocated()) {
+        return false;
+    }
+    for (std::uint32_t n = 0; n < 1U << bits && table.works(); ++n) {
+        table.begin(n);
+        for (std::uint32_t i = 0; i < partsOfB.part(n).size(); ++i) {
+            table.addNext(i);
+        }
+        for (const Entry& entry : partsOfA.part(n)) {
+            if (table.take(entry, partsOfA.item(entry))) {
+                kept.add(entry);
+            }
+        }
+    }
+    if (table.works()) {
+        kept.applyTo(a);
+    }
+    return table.works();
 }
 
 constexpr std::uint32_t kFewItems = 32;  // sorted before a table is made
@@ -298,28 +403,9 @@ void SortAndRemoveDuplicates(FoundSet& set) {
     if (set.items == nullptr || set.count < 2) {
         return;
     }
-    if (set.count > kFewItems) {
-        IDTable table(set, set.count);
-        keepItems(set, table, [&table](const FoundItem& item, std::uint64_t hash, std::uint32_t position) {
-            return table.add(item, hash, position);
-        });
-        if (table.works()) {
-            return;
-        }
+    if (set.count <= kFewItems || !removeDuplicatesByTable(set)) {
+        removeDuplicatesBySorting(set);
     }
-    removeDuplicatesBySorting(set);
-}
-
-// Whether the table did it all; if not, the result is the same as if it had done nothing.
-static bool intersectByTable(FoundSet& a, const FoundSet& b) {
-    IDTable table(b, std::uint64_t{a.count} + b.count);
-    table.forEach(b, [&](std::uint32_t i, std::uint64_t hash) { table.add(b.items[i], hash, i); });
-    if (table.works()) {
-        keepItems(a, table, [&table](const FoundItem& item, std::uint64_t hash, std::uint32_t) {
-            return table.take(item, hash);
-        });
-    }
-    return table.works();
 }
 
 std::int32_t AndBooleanSets(FoundSet& a, FoundSet& b) {
