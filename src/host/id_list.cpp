@@ -17,8 +17,6 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t kPiece = 1 << 20;
-
 // Most lists are; a loop without an exit is one that the processor runs many bytes at a time.
 bool isAscii(std::string_view text) {
     unsigned char bits = 0;
@@ -75,8 +73,8 @@ void IDList::Piece::look() {
     isText = text().find('\0') == std::string_view::npos && (isAscii(text()) || platform::isUtf8(text()));
 }
 
-IDList::IDList(const std::string& path, std::size_t longest)
-    : name_(path == "-" ? "standard input" : path), longest_(longest) {
+IDList::IDList(const std::string& path, std::size_t longest, std::size_t piece)
+    : name_(path == "-" ? "standard input" : path), longest_(longest), pieceSize_(piece) {
     LineCounter counter;
     struct stat status {};
     if (path != "-" && ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
@@ -89,7 +87,7 @@ IDList::IDList(const std::string& path, std::size_t longest)
         counter.add(content_.text());
     } else {
         ProgressLine progress("counting lines");
-        std::string buffer(kPiece, '\0');
+        std::string buffer(pieceSize_, '\0');
         std::int64_t position = 0;
         while (const ssize_t got = readAt(file_, buffer.data(), buffer.size(), position)) {
             if (got < 0) {
@@ -125,7 +123,8 @@ void IDList::checkLines(std::size_t lines) const {
 void IDList::check(std::string_view id, std::size_t line) const {
     std::string why;
     if (id.size() > longest_) {
-        why = (id.size() < kPiece / 2 ? "has " + std::to_string(id.size()) : "has over " + std::to_string(kPiece / 2)) +
+        why = (id.size() < pieceSize_ / 2 ? "has " + std::to_string(id.size())
+                                          : "has over " + std::to_string(pieceSize_ / 2)) +
               " bytes; at most " + std::to_string(longest_) + " are kept";
     } else if (id.find('\0') != std::string_view::npos) {
         why = "has a NUL byte; is this a text file?";
@@ -164,9 +163,10 @@ const IDList::Piece* IDList::Reader::next() {
 // Takes the piece's memory for the next one; an empty one at the end. A line that no piece can hold is too long for an
 // ID by far: its start is handed on as a line.
 IDList::Piece IDList::Reader::read(Piece piece) {
-    piece.buffer.resize(kPiece);
+    const std::size_t size = list_.pieceSize_;
+    piece.buffer.resize(size);
     std::copy(rest_.begin(), rest_.end(), piece.buffer.begin());
-    const std::size_t room = kPiece - rest_.size();
+    const std::size_t room = size - rest_.size();
     const ssize_t got = readAt(list_.file_, piece.buffer.data() + rest_.size(), room, position_);
     if (got < 0) {
         list_.fail(std::string("cannot be read: ") + std::strerror(errno));
@@ -175,8 +175,8 @@ IDList::Piece IDList::Reader::read(Piece piece) {
     piece.size = rest_.size() + static_cast<std::size_t>(got);
     if (static_cast<std::size_t>(got) == room) {
         // A CR at the very end may have its LF in the next piece.
-        const std::size_t last = piece.text().find_last_of("\r\n", piece.text().ends_with('\r') ? kPiece - 2 : kPiece);
-        piece.size = last == std::string_view::npos ? kPiece : last + 1;
+        const std::size_t last = piece.text().find_last_of("\r\n", piece.text().ends_with('\r') ? size - 2 : size);
+        piece.size = last == std::string_view::npos ? size : last + 1;
         rest_.assign(piece.buffer, piece.size, std::string::npos);
     } else {
         rest_.clear();

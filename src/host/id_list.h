@@ -12,9 +12,11 @@ namespace host {
 
 class IDList {
   public:
-    // Counts the lines of a file; "-" is standard input, which is read whole, like a pipe. An ID may have `longest`
-    // bytes. Throws HostError that names the file.
-    IDList(const std::string& path, std::size_t longest);
+    static constexpr std::size_t kPiece = 1 << 20;
+
+    // Counts the lines of a file, which is read in pieces of so many bytes; "-" is standard input, which is read whole,
+    // like a pipe. An ID may have `longest` bytes, less than half a piece. Throws HostError that names the file.
+    IDList(const std::string& path, std::size_t longest, std::size_t piece = kPiece);
     ~IDList();
     IDList(const IDList&) = delete;
     IDList& operator=(const IDList&) = delete;
@@ -64,6 +66,7 @@ class IDList {
 
     std::string name_;
     std::size_t longest_;
+    std::size_t pieceSize_;
     int file_ = -1;  // none: all is in the content
     Piece content_;
     std::size_t count_ = 0;
