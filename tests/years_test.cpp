@@ -342,7 +342,8 @@ TEST(FileCommands, LeaveNoFolderBehindWhenASignalEndsThem) {
     support::writeFile(folder.path() / "a|f", "xxCKTR2015yyyyyyyyyyyyyyyyFDTR2012");
     std::filesystem::create_directory(folder.path() / "tmp");
     std::vector<std::string> command = {"years"};
-    command.insert(command.end(), 10'000, folder.file("a|f"));  // reached by a link; whose answers are more than a pipe takes
+    command.insert(command.end(), 10'000,
+                   folder.file("a|f"));  // reached by a link; whose answers are more than a pipe takes
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
         int ends[2] = {-1, -1};
         ASSERT_EQ(pipe(ends), 0);
