@@ -337,7 +337,7 @@ void SortOutgoingMessageParameters(DataNode* list) {
     }
     // The head stays the head: it trades contents and places with the node that came out first.
     DataNode* before = first;
-    while (before->next != list) {
+    while (before->next != nullptr && before->next != list) {
         before = before->next;
     }
     swapContents(first, list);
