@@ -110,6 +110,7 @@ TEST(FHandle, RecordsOfDisposedHandlesComeBackEmpty) {
         ASSERT_NE(first, second);
         for (char** handle : {first, second}) {
             EXPECT_EQ(GetFHandleSize(handle), 0);
+            EXPECT_STREQ(*handle, "") << "reads as the empty text";
             EXPECT_EQ(SetFHandleSize(handle, 8), 0);
             EXPECT_EQ(std::string(*handle, 8), std::string(8, 0)) << round;
             EXPECT_EQ(SetResultsHandleText(handle, std::string(round == 1 ? 4000 : 40, 'x')), 0);

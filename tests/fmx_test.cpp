@@ -72,6 +72,24 @@ TEST(Text, ReadsAndWritesEveryMacRomanByte) {
     EXPECT_EQ("?a?", bytes(text(u"\u4E2Da\U0001F701"), Encoding::macRoman)) << "no equivalent, once a character";
 }
 
+TEST(Text, TakesTextsOfAnyLengthOneAfterTheOther) {
+    fmx::Text t;
+    for (const std::size_t length : {20UL, 3UL, 0UL, 65536UL, 65537UL, 100000UL, 8UL, 0UL, 7UL, 70000UL}) {
+        for (const std::string& odd : {std::string(), std::string("\xC3\xA9"), std::string("\xF0\x9F\x98\x80x")}) {
+            for (const std::size_t at : {std::size_t{0}, length / 2, length}) {
+                std::string bytes(length, 'a');
+                bytes.insert(at, odd);
+                t.AssignBytes(bytes, Encoding::utf8);
+                std::string back(bytes.size() + 1, 'z');
+                EXPECT_EQ(
+                    t.GetBytes(back.data(), static_cast<std::uint32_t>(back.size()), 0, t.GetSize(), Encoding::utf8),
+                    0);
+                EXPECT_TRUE(back == bytes + '\0') << length << " " << at << odd;
+            }
+        }
+    }
+}
+
 TEST(Text, NeverWritesPastABufferNorHalfACharacter) {
     for (std::uint32_t room = 0; room < 8; ++room) {
         std::string buffer(9, '#');

@@ -100,8 +100,8 @@ fmx::errcode QUIL_External(short funcId, const fmx::ExprEnv& /*env*/, const fmx:
         if (const std::int32_t error = EnsureHandleIsNullTerminated(resultHandle); error != 0) {
             return static_cast<fmx::errcode>(error);
         }
-        if (**resultHandle != 0) {
-            resultText->Assign(*resultHandle, my_IsUtf8(*resultHandle) ? Encoding::utf8 : Encoding::macRoman);
+        if (const std::string_view answer = FHandleText(resultHandle); !answer.empty()) {
+            resultText->AssignBytes(answer, my_IsUtf8(answer) ? Encoding::utf8 : Encoding::macRoman);
         }
         DisposeAndClearFHandle(&nameHandle);
         DisposeAndClearFHandle(&parameterHandle);

@@ -347,7 +347,11 @@ WorkBuffer newWorkBuffer(std::size_t size) {
 }  // namespace
 
 bool my_IsUtf8(const char* text) {
-    return text != nullptr && isUtf8(reinterpret_cast<const Byte*>(text), std::strlen(text));
+    return text != nullptr && my_IsUtf8(std::string_view(text));
+}
+
+bool my_IsUtf8(std::string_view text) {
+    return isUtf8(reinterpret_cast<const Byte*>(text.data()), text.size());
 }
 
 void my_ConvertMacRomanToUtf8(const char* src, char* dest, unsigned long destSize) {

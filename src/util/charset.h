@@ -1,6 +1,8 @@
 // Character sets: UTF-8, Mac Roman and Windows-1252. A text that is valid UTF-8 is UTF-8, anything else Mac Roman.
 #pragma once
 
+#include <string_view>
+
 namespace quil {
 
 // Encoding codes.
@@ -11,6 +13,8 @@ inline constexpr short kEncodingWindows1252 = 3;
 // Whether a null-terminated text is valid UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF). Null is
 // not.
 bool my_IsUtf8(const char* text);
+// The same for a text of known length.
+bool my_IsUtf8(std::string_view text);
 
 // To UTF-8. A source that already is UTF-8 is copied whole when its length is below destSize, else `dest` stays empty.
 // Otherwise the conversion stops at the first character that does not fit; a character above 0x7F needs three bytes of

@@ -88,6 +88,7 @@ char** NewFHandleWithRoom(std::uint32_t room) {
     if (keeps && sKeptCount != 0) {
         FHandle* h = sKept[--sKeptCount];
         h->size = 0;
+        h->data[0] = 0;  // an empty handle reads as the empty text
         return &h->data;
     }
     FHandle* h = newRecord(keeps ? kKeptRoom : room);
