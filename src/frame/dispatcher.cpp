@@ -160,7 +160,7 @@ static void copyParameter(char** handle, const fmx::Text& text, unsigned long by
     const unsigned long size = bytesPerUnit * units + 1;
     const bool fresh = GetFHandleSize(handle) == 0;
     SetFHandleSize(handle, size);
-    if (*handle == nullptr || static_cast<unsigned long>(GetFHandleSize(handle)) != size) {
+    if (handle == nullptr || *handle == nullptr || static_cast<unsigned long>(GetFHandleSize(handle)) != size) {
         return;
     }
     if (!fresh) {  // what is grown from nothing is zeros already
