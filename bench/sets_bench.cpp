@@ -1,7 +1,6 @@
 // Sets of record IDs and map lists: what the calls cost, what the work costs beside a plain sort of the same records,
 // how much memory a set takes, and the map-list functions beside sort(1) of the same file.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -233,13 +232,6 @@ void readBack(benchmark::State& state, std::int64_t block) {
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-// With memory that comes from the system each time, as in a script's first call. Else the C library keeps what was
-// released, but no block of over 32 MiB, and the text of a million IDs is one.
-void readBackFresh(benchmark::State& state) {
-    mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // as it is at the start, for good
-    readBack(state, 1000000);
-}
-
 void newIDs(benchmark::State& state) {
     world();
     Caller make("VSTANewID");
@@ -366,6 +358,5 @@ BENCHMARK_CAPTURE(showOnMap, unsorted, "unsorted.txt")->Unit(benchmark::kMillise
 BENCHMARK_CAPTURE(showOnMap, sorted, "sorted.txt")->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(getInfo)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(sortAndReadTwice)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(readBackFresh)->QUIL_SIZES;  // the last, for what it does to the memory stays
 
 }  // namespace
