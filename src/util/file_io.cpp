@@ -48,20 +48,6 @@ static OSErr writeAndClose(FileRef ref, std::span<const char> bytes) {
     return files().close(ref);
 }
 
-// Whether a path is a POSIX one and nothing else. As a classic one it would be a name in the application's folder.
-static bool isPosix(std::string_view path) {
-    return path.starts_with('/') && path.find(':') == std::string_view::npos;
-}
-
-// Whether a classic path names the same item once every ':' is a '/'. A '/' in a name would divide it then, "::" would
-// go nowhere instead of up, and the names "." and "..", which are none, would lead elsewhere.
-static bool staysTheSameInPosix(std::string_view path) {
-    std::string names(1, ':');
-    names.append(path).append(1, ':');
-    return path.find('/') == std::string_view::npos && path.find("::") == std::string_view::npos &&
-           names.find(":.:") == std::string::npos && names.find(":..:") == std::string::npos;
-}
-
 // Opens the POSIX path `prefix` + `path` with every ':' made a '/'.
 static OSErr openCandidate(std::string_view prefix, std::string_view path, platform::PosixMode mode, FileRef& ref) {
     std::string posix(prefix);
@@ -74,9 +60,6 @@ static OSErr openByPosix(const char* path, bool append, FileRef& ref) {
     const platform::PosixMode mode = append ? platform::PosixMode::append : platform::PosixMode::replace;
     if (path[0] == '/') {
         return files().openPosix(path, mode, ref);
-    }
-    if (!staysTheSameInPosix(path)) {
-        return platform::fnfErr;  // the File Manager places it
     }
     return openCandidate("/Volumes/", path, mode, ref) == platform::noErr ? platform::noErr
                                                                           : openCandidate("/Users", path, mode, ref);
@@ -130,7 +113,7 @@ static OSErr writeBuffer(const char* path, const char* buf, unsigned long n, boo
         if (error == platform::noErr) {
             return writeAndClose(ref, bytes) == platform::noErr ? platform::noErr : kShortWrite;
         }
-        return isPosix(path) ? error : writeByFileManager(path, bytes, append);
+        return writeByFileManager(path, bytes, append);
     } catch (const std::bad_alloc&) {
         return platform::memFullErr;
     }

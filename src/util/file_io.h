@@ -10,10 +10,10 @@
 
 namespace quil {
 
-// Writes `n` bytes: first by POSIX paths ("/Volumes/..." and "/Users..."), then by the File Manager, which gives the
-// file type 'TEXT' and creator 'ttxt'. A classic path that would name another item as a POSIX one is for the File
-// Manager alone; a path that begins with '/' and has no ':' is a POSIX one alone. 0, a File Manager code, or 3 for a
-// short write by POSIX; a failure is reported to the user with the path. (The name is spelled so.)
+// Writes `n` bytes: first by POSIX paths ("/Volumes/..." and "/Users...", every ':' a '/'; a path that begins with '/'
+// is one itself), and where none can be opened by the File Manager, which gives the file type 'TEXT' and creator
+// 'ttxt'. 0, a File Manager code, or 3 for a short write by POSIX; a failure is reported to the user with the path.
+// (The name is spelled so.)
 std::int32_t WriteBufferToFilePrimative(const char* path, const char* buf, unsigned long n, bool append);
 std::int32_t WriteBufferToFile(const char* path, const char* buf, unsigned long n);   // replaces
 std::int32_t AppendBufferToFile(const char* path, const char* buf, unsigned long n);  // adds at the end
